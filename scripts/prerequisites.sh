@@ -1,0 +1,52 @@
+# Checks what building and testing the host needs; installs what is missing with apt-get
+# when run as root on Debian or Ubuntu, and otherwise says what to install and stops.
+# Source it and call require_prerequisites.
+
+have_gtest() {
+    local dir
+    for dir in /usr/include /usr/local/include /opt/homebrew/include; do
+        [ -f "$dir/gtest/gtest.h" ] && return 0
+    done
+    return 1
+}
+
+have_nss_wrapper() {
+    ls /usr/lib/libnss_wrapper.so /usr/lib/*/libnss_wrapper.so /usr/local/lib/libnss_wrapper.so \
+        >/dev/null 2>&1
+}
+
+missing_packages() {
+    command -v cmake >/dev/null || echo cmake
+    command -v make >/dev/null || echo make
+    { command -v c++ || command -v g++ || command -v clang++; } >/dev/null || echo g++
+    have_gtest || echo libgtest-dev
+    if [ "$(uname)" != Darwin ]; then
+        have_nss_wrapper || echo libnss-wrapper
+    fi
+    for extra in "$@"; do echo "$extra"; done
+}
+
+# Usage: require_prerequisites [extra Debian package checked by the caller]...
+require_prerequisites() {
+    local missing
+    missing=$(missing_packages "$@" | sort -u | tr '\n' ' ')
+    [ -z "${missing// /}" ] && return 0
+
+    if [ "$(uname)" = Darwin ]; then
+        echo "Missing: $missing" >&2
+        echo "Install with: brew install cmake googletest" >&2
+        echo "(nss_wrapper is not available on macOS; tests that need a fake user entry skip.)" >&2
+        exit 1
+    fi
+    if [ "$(id -u)" = 0 ] && command -v apt-get >/dev/null; then
+        echo "Installing: $missing"
+        export DEBIAN_FRONTEND=noninteractive
+        apt-get update -qq
+        # shellcheck disable=SC2086
+        apt-get install -y -qq $missing >/dev/null
+        return 0
+    fi
+    echo "Missing: $missing" >&2
+    echo "Install with: sudo apt-get install -y $missing" >&2
+    exit 1
+}

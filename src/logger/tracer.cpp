@@ -1,0 +1,61 @@
+#include "logger/tracer.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "logger/iWriter.h"
+#include "platform/utils.h"
+
+namespace {
+
+// Keeps the tag column narrow; "HOST-APP" is exactly this long.
+constexpr std::size_t kMaxSourceLength = 8;
+
+}  // namespace
+
+Tracer::Tracer(const std::string& source) {
+    try {
+        InitSource(source);
+    } catch (...) {
+    }
+}
+
+Tracer::Tracer(const std::string& source, std::shared_ptr<IWriter> writer) : Tracer(source) {
+    Attach(std::move(writer));
+}
+
+void Tracer::InitSource(const std::string& source) {
+    this->source = source.substr(0, kMaxSourceLength);
+}
+
+void Tracer::Attach(std::shared_ptr<IWriter> writer) {
+    try {
+        writers.push_back(std::move(writer));
+    } catch (...) {
+    }
+}
+
+void Tracer::Detach(std::shared_ptr<IWriter> writer) {
+    writers.erase(std::remove(writers.begin(), writers.end(), writer), writers.end());
+}
+
+void Tracer::WriteEntry(const std::string& message) {
+    try {
+        Notify(GetCurrentDateTime() + " | " + source + " | " + message);
+    } catch (...) {
+    }
+}
+
+void Tracer::Notify(const std::string& line) {
+    for (const auto& writer : writers) {
+        writer->Update(line);
+    }
+}
+
+std::string Tracer::GetCurrentDateTime() {
+    const std::tm local = getLocalTime();
+    char text[80];  // room for any int the fields may hold
+    std::snprintf(text, sizeof(text), "%04d/%02d/%02d %02d:%02d:%02d", local.tm_year + 1900,
+                  local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+    return text;
+}
