@@ -3,7 +3,10 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <iomanip>
+#include <sstream>
 #include <vector>
 
 #if defined(__APPLE__)
@@ -20,6 +23,30 @@ namespace {
 const char* const kLogsRelativeDir = "Library/Application Support/velmarch-agent/logs/messagehost";
 const char* const kDownArrow = "\xE2\x86\x93";
 const char* const kUpArrow = "\xE2\x86\x91";
+
+constexpr std::size_t kSha1BlockBytes = 64;
+// The last block holds the message length in bits from this offset on.
+constexpr std::size_t kSha1LengthOffset = 56;
+constexpr std::array<uint32_t, 5> kSha1InitialDigest = {0x67452301, 0xefcdab89, 0x98badcfe,
+                                                        0x10325476, 0xc3d2e1f0};
+
+uint32_t rotateLeft(uint32_t value, int bits) {
+    return (value << bits) | (value >> (32 - bits));
+}
+
+// The round function of the given step plus that step's round constant.
+uint32_t roundMix(int step, uint32_t b, uint32_t c, uint32_t d) {
+    if (step < 20) {
+        return ((b & c) | (~b & d)) + 0x5a827999;
+    }
+    if (step < 40) {
+        return (b ^ c ^ d) + 0x6ed9eba1;
+    }
+    if (step < 60) {
+        return ((b & c) | (b & d) | (c & d)) + 0x8f1bbcdc;
+    }
+    return (b ^ c ^ d) + 0xca62c1d6;
+}
 
 }  // namespace
 
@@ -80,4 +107,100 @@ void LogPacket(TransferType type, ITracer& tracer, std::shared_ptr<Packet> packe
     entry += "B, ";
     entry.append(reinterpret_cast<const char*>(packet->data), packet->size);
     tracer.WriteEntry(entry);
+}
+
+SHA1::SHA1() {
+    reset();
+}
+
+void SHA1::reset() {
+    digest = kSha1InitialDigest;
+    buffer.clear();
+    transforms = 0;
+}
+
+void SHA1::update(const std::string& s) {
+    std::istringstream input(s);
+    char chunk[kSha1BlockBytes];
+    for (;;) {
+        input.read(chunk, static_cast<std::streamsize>(kSha1BlockBytes - buffer.size()));
+        buffer.append(chunk, static_cast<std::size_t>(input.gcount()));
+        if (buffer.size() != kSha1BlockBytes) {
+            return;
+        }
+        std::array<uint32_t, 16> block;
+        buffer_to_block(buffer, block);
+        transform(digest, block, transforms);
+        buffer.clear();
+    }
+}
+
+std::string SHA1::final() {
+    const uint64_t totalBits = (transforms * kSha1BlockBytes + buffer.size()) * 8;
+    buffer += static_cast<char>(0x80);
+    const std::size_t paddedLength = buffer.size();
+    buffer.resize(kSha1BlockBytes, '\0');
+    std::array<uint32_t, 16> block;
+    buffer_to_block(buffer, block);
+    if (paddedLength > kSha1LengthOffset) {
+        // No room left for the length in this block: it gets a block of its own.
+        transform(digest, block, transforms);
+        std::fill(block.begin(), block.begin() + 14, 0);
+    }
+    block[14] = static_cast<uint32_t>(totalBits >> 32);
+    block[15] = static_cast<uint32_t>(totalBits);
+    transform(digest, block, transforms);
+
+    std::ostringstream hex;
+    hex << std::hex << std::setfill('0');
+    for (uint32_t word : digest) {
+        hex << std::setw(8) << word;
+    }
+    reset();
+    return hex.str();
+}
+
+std::string sha1Hash(const std::string& s) {
+    SHA1 sha1;
+    sha1.update(s);
+    return sha1.final();
+}
+
+void buffer_to_block(const std::string& buffer, std::array<uint32_t, 16>& block) {
+    for (std::size_t word = 0; word < block.size(); ++word) {
+        uint32_t value = 0;
+        for (std::size_t byte = 0; byte < 4; ++byte) {
+            value = (value << 8) | static_cast<uint8_t>(buffer[word * 4 + byte]);
+        }
+        block[word] = value;
+    }
+}
+
+void transform(std::array<uint32_t, 5>& digest, const std::array<uint32_t, 16>& block,
+               uint64_t& transforms) {
+    std::array<uint32_t, 80> schedule;
+    std::copy(block.begin(), block.end(), schedule.begin());
+    for (std::size_t t = 16; t < schedule.size(); ++t) {
+        schedule[t] =
+            rotateLeft(schedule[t - 3] ^ schedule[t - 8] ^ schedule[t - 14] ^ schedule[t - 16], 1);
+    }
+    uint32_t a = digest[0];
+    uint32_t b = digest[1];
+    uint32_t c = digest[2];
+    uint32_t d = digest[3];
+    uint32_t e = digest[4];
+    for (int step = 0; step < 80; ++step) {
+        const uint32_t next = rotateLeft(a, 5) + roundMix(step, b, c, d) + e + schedule[step];
+        e = d;
+        d = c;
+        c = rotateLeft(b, 30);
+        b = a;
+        a = next;
+    }
+    digest[0] += a;
+    digest[1] += b;
+    digest[2] += c;
+    digest[3] += d;
+    digest[4] += e;
+    ++transforms;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <ctime>
 #include <memory>
@@ -27,3 +28,33 @@ enum class TransferType : uint32_t { Incoming = 0, Outgoing = 1 };
 
 // Logs "<arrow><size>B, <payload>" for a packet with content; nothing otherwise.
 void LogPacket(TransferType type, ITracer& tracer, std::shared_ptr<Packet> packet);
+
+// Standard SHA-1 (FIPS 180-1) of byte strings. One object hashes one message at a time and is
+// not shared between threads.
+class SHA1 {
+  public:
+    SHA1();
+
+    // Feeds bytes as they are, with no character conversion; any number of calls per message.
+    void update(const std::string& s);
+
+    // The digest as 40 lower-case hex characters; resets the object for the next message.
+    std::string final();
+
+  private:
+    void reset();
+
+    std::array<uint32_t, 5> digest;
+    std::string buffer;   // the bytes of the current, incomplete 64-byte block
+    uint64_t transforms;  // 64-byte blocks already compressed
+};
+
+// The SHA-1 of s as 40 lower-case hex characters.
+std::string sha1Hash(const std::string& s);
+
+// Reads a 64-byte buffer as sixteen big-endian words.
+void buffer_to_block(const std::string& buffer, std::array<uint32_t, 16>& block);
+
+// Compresses one block into the digest state and counts it in transforms.
+void transform(std::array<uint32_t, 5>& digest, const std::array<uint32_t, 16>& block,
+               uint64_t& transforms);

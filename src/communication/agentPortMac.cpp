@@ -1,0 +1,157 @@
+#include "communication/agentPortMac.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "communication/packet.h"
+#include "platform/utils.h"
+
+namespace {
+
+const char* const kSource = "AGT-PORT";
+// The agent listens on this prefix followed by the SHA-1 of the user's home folder.
+const char* const kSocketPrefix = "/tmp/quorvel";
+constexpr int32_t kNoSocket = -1;
+
+// A write to a socket that the agent has closed must fail like any other write instead of
+// raising SIGPIPE and ending the host, without changing the signal's disposition.
+#if defined(__APPLE__)
+int protectFromBrokenPipe(int descriptor) {
+    const int on = 1;
+    return setsockopt(descriptor, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof(on));
+}
+
+ssize_t writeToSocket(int descriptor, const void* bytes, std::size_t count) {
+    return write(descriptor, bytes, count);
+}
+#else
+int protectFromBrokenPipe(int) {
+    return 0;
+}
+
+ssize_t writeToSocket(int descriptor, const void* bytes, std::size_t count) {
+    return send(descriptor, bytes, count, MSG_NOSIGNAL);
+}
+#endif
+
+// A stream socket protected from the broken-pipe signal, or -1 with errno set.
+int32_t createSocket() {
+    const int32_t descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
+    if (descriptor != kNoSocket && protectFromBrokenPipe(descriptor) != 0) {
+        const int error = errno;
+        close(descriptor);
+        errno = error;
+        return kNoSocket;
+    }
+    return descriptor;
+}
+
+// The platform's own local address; the limit keeps the path field zero-terminated.
+sockaddr_un localAddress(const std::string& path) {
+    sockaddr_un address;
+    std::memset(&address, 0, sizeof(address));
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+    return address;
+}
+
+// One call; a short write counts as a failure.
+bool writeWhole(int32_t descriptor, const void* bytes, std::size_t count) {
+    const ssize_t written = writeToSocket(descriptor, bytes, count);
+    return written >= 0 && static_cast<std::size_t>(written) == count;
+}
+
+// The 4-byte header, then the payload: two writes, no retry.
+bool writeFrame(int32_t descriptor, const Packet& packet) {
+    // The low 32 bits of the size, in the host's native byte order.
+    const uint32_t length = static_cast<uint32_t>(packet.size);
+    return writeWhole(descriptor, &length, sizeof(length)) &&
+           writeWhole(descriptor, packet.data, packet.size);
+}
+
+}  // namespace
+
+AgentPort::AgentPort(std::shared_ptr<IWriter> writer) : tracer(kSource, std::move(writer)) {
+    socketPath = kSocketPrefix + sha1Hash(getHomeDir());
+    tracer.WriteEntry("Socket name: " + socketPath);
+}
+
+AgentPort::~AgentPort() {
+    // Deliberately before the worker stops: a job still queued then connects anew unless the
+    // port was cancelled.
+    Release();
+}
+
+void AgentPort::AsyncReceive(std::function<void(std::shared_ptr<Packet>)>) {}
+
+void AgentPort::AsyncSend(std::shared_ptr<Packet> packet, std::function<void(bool)> callback) {
+    if (connecting) {
+        // Deliberately turned away rather than queued behind the connect.
+        tracer.WriteEntry("Can't send, openning socket is in progress.");
+        callback(false);
+        return;
+    }
+    worker.send([callback = std::move(callback), this, packet = std::move(packet)] {
+        const bool sent = Send(packet);
+        callback(sent);
+    });
+}
+
+void AgentPort::Cancel() {
+    tracer.WriteEntry("Canceling AgentPort");
+    cancelled = true;
+    Release();
+}
+
+void AgentPort::Release() {
+    // Taken in one step so that Cancel and a failing send never close the same descriptor twice.
+    const int32_t descriptor = socketDescriptor.exchange(kNoSocket);
+    if (descriptor != kNoSocket) {
+        close(descriptor);
+    }
+}
+
+bool AgentPort::Send(std::shared_ptr<Packet> packet) {
+    if (cancelled) {
+        return false;
+    }
+    if (!packet || packet->size == 0 || packet->data == nullptr) {
+        return false;
+    }
+    if (socketDescriptor == kNoSocket) {
+        socketDescriptor = ConnectSocket();
+    }
+    const int32_t descriptor = socketDescriptor;
+    if (descriptor == kNoSocket || !writeFrame(descriptor, *packet)) {
+        tracer.WriteEntry("Can't send");
+        Release();
+        return false;
+    }
+    LogPacket(TransferType::Outgoing, tracer, packet);
+    return true;
+}
+
+int32_t AgentPort::ConnectSocket() {
+    const int32_t descriptor = createSocket();
+    if (descriptor == kNoSocket) {
+        tracer.WriteEntry(std::string("Error creating socket ") + std::strerror(errno));
+        return kNoSocket;
+    }
+    const sockaddr_un address = localAddress(socketPath);
+    connecting = true;
+    const int result =
+        connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+    const int error = errno;
+    connecting = false;
+    if (result != 0) {
+        tracer.WriteEntry("Error connecting to socket(" + socketPath +
+                          "): " + std::strerror(error));
+        close(descriptor);
+        return kNoSocket;
+    }
+    return descriptor;
+}
