@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "communication/packet.h"
+
+// A packet filled the way the readers fill one.
+inline std::shared_ptr<Packet> packetWith(const std::string& payload) {
+    auto packet = makePacket();
+    packet->data = static_cast<uint8_t*>(std::malloc(payload.size()));
+    std::memcpy(packet->data, payload.data(), payload.size());
+    packet->size = payload.size();
+    return packet;
+}
+
+inline std::string payloadOf(const Packet& packet) {
+    return std::string(reinterpret_cast<const char*>(packet.data), packet.size);
+}
