@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <future>
 #include <iomanip>
 #include <regex>
 #include <sstream>
@@ -29,6 +30,16 @@ DailyFileWriter::~DailyFileWriter() {
 void DailyFileWriter::Update(const std::string& line) {
     try {
         active.send([this, line] { WriteLine(line); });
+    } catch (...) {
+    }
+}
+
+void DailyFileWriter::Flush() {
+    try {
+        auto written = std::make_shared<std::promise<void>>();
+        std::future<void> done = written->get_future();
+        active.send([written] { written->set_value(); });
+        done.wait();
     } catch (...) {
     }
 }

@@ -28,6 +28,10 @@ class DailyFileWriter : public IWriter {
     // Never throws; a line that cannot be queued is dropped.
     void Update(const std::string& line) override;
 
+    // Blocks until every line queued before the call is in its file, for a host that ends
+    // while something else still holds the writer. Never throws; never call it from the worker.
+    void Flush();
+
     // Today's local date as YYYY_MM_DD.
     static std::wstring GetCurrentDate();
     // The file the next line goes to, decided from what is on disk now.

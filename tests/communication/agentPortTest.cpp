@@ -20,20 +20,13 @@
 #include "communication/packet.h"
 #include "platform/utils.h"
 #include "support/fakeUser.h"
+#include "support/packets.h"
 #include "support/recordingWriter.h"
 #include "support/testAgent.h"
 
 namespace {
 
 const std::string kUpArrow = "\xE2\x86\x91";
-
-std::shared_ptr<Packet> packetOf(const std::string& payload) {
-    auto packet = makePacket();
-    packet->data = static_cast<uint8_t*>(std::malloc(payload.size()));
-    std::memcpy(packet->data, payload.data(), payload.size());
-    packet->size = payload.size();
-    return packet;
-}
 
 // Sends through the port; the future holds what the callback was given.
 std::future<bool> sendThrough(AgentPort& port, std::shared_ptr<Packet> packet) {
@@ -98,8 +91,8 @@ TEST_F(AgentPortTest, WritesEachPacketAsOneFrameOverOneConnection) {
     TestAgent agent(agentPath());
     AgentPort port(writer);
 
-    auto first = sendThrough(port, packetOf("hello"));
-    auto second = sendThrough(port, packetOf(std::string("two\0\n", 5) + "lines"));
+    auto first = sendThrough(port, packetWith("hello"));
+    auto second = sendThrough(port, packetWith(std::string("two\0\n", 5) + "lines"));
     ASSERT_TRUE(agent.acceptConnection());
     EXPECT_EQ(agent.read(9), std::string("\x05\x00\x00\x00hello", 9));
     EXPECT_EQ(agent.readFrame(), std::string("two\0\nlines", 10));
@@ -120,16 +113,16 @@ TEST_F(AgentPortTest, PacketAfterTheAgentClosedItsEndFailsAndTheNextOneReconnect
     TestAgent agent(agentPath());
     AgentPort port(writer);
 
-    auto delivered = sendThrough(port, packetOf("one"));
+    auto delivered = sendThrough(port, packetWith("one"));
     ASSERT_TRUE(agent.acceptConnection());
     EXPECT_EQ(agent.readFrame(), "one");
     EXPECT_EQ(outcomeOf(delivered), "sent");
 
     agent.closeConnection();
-    auto broken = sendThrough(port, packetOf("two"));
+    auto broken = sendThrough(port, packetWith("two"));
     EXPECT_EQ(outcomeOf(broken), "failed");
 
-    auto reconnected = sendThrough(port, packetOf("three"));
+    auto reconnected = sendThrough(port, packetWith("three"));
     ASSERT_TRUE(agent.acceptConnection());
     EXPECT_EQ(agent.readFrame(), "three");
     EXPECT_EQ(outcomeOf(reconnected), "sent");
@@ -145,13 +138,13 @@ TEST_F(AgentPortTest, EveryPacketTriesToConnectUntilTheAgentListens) {
     SKIP_WITHOUT_FAKE_USER();
     AgentPort port(writer);
 
-    auto first = sendThrough(port, packetOf("one"));
-    auto second = sendThrough(port, packetOf("two"));
+    auto first = sendThrough(port, packetWith("one"));
+    auto second = sendThrough(port, packetWith("two"));
     EXPECT_EQ(outcomeOf(first), "failed");
     EXPECT_EQ(outcomeOf(second), "failed");
 
     TestAgent agent(agentPath());
-    auto third = sendThrough(port, packetOf("three"));
+    auto third = sendThrough(port, packetWith("three"));
     ASSERT_TRUE(agent.acceptConnection());
     EXPECT_EQ(agent.readFrame(), "three");
     EXPECT_EQ(outcomeOf(third), "sent");
@@ -172,7 +165,7 @@ TEST_F(AgentPortTest, CancelClosesTheConnectionAndFailsEveryLaterSendSilently) {
     SKIP_WITHOUT_FAKE_USER();
     TestAgent agent(agentPath());
     AgentPort port(writer);
-    auto delivered = sendThrough(port, packetOf("hello"));
+    auto delivered = sendThrough(port, packetWith("hello"));
     ASSERT_TRUE(agent.acceptConnection());
     EXPECT_EQ(agent.readFrame(), "hello");
     EXPECT_EQ(outcomeOf(delivered), "sent");
@@ -180,8 +173,8 @@ TEST_F(AgentPortTest, CancelClosesTheConnectionAndFailsEveryLaterSendSilently) {
     port.Cancel();
     EXPECT_TRUE(agent.waitForEnd());
     port.Cancel();
-    auto first = sendThrough(port, packetOf("late"));
-    auto second = sendThrough(port, packetOf("later"));
+    auto first = sendThrough(port, packetWith("late"));
+    auto second = sendThrough(port, packetWith("later"));
     EXPECT_EQ(outcomeOf(first), "failed");
     EXPECT_EQ(outcomeOf(second), "failed");
 
@@ -200,7 +193,7 @@ TEST_F(AgentPortTest, PacketWithoutContentFailsWithoutLogOrConnection) {
     AgentPort port(writer);
     auto sizeWithoutData = makePacket();
     sizeWithoutData->size = 3;
-    auto dataWithoutSize = packetOf("abc");
+    auto dataWithoutSize = packetWith("abc");
     dataWithoutSize->size = 0;
 
     std::vector<std::future<bool>> results;
@@ -239,7 +232,7 @@ TEST_F(AgentPortTest, PacketIsTurnedAwayAtOnceWhileTheConnectIsInProgress) {
     std::strncpy(address.sun_path, agentPath().c_str(), sizeof(address.sun_path) - 1);
     ASSERT_EQ(connect(occupant, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
     AgentPort port(writer);
-    auto held = sendThrough(port, packetOf("hello"));
+    auto held = sendThrough(port, packetWith("hello"));
 
     // Probe with empty packets, which the worker would drop silently, until one is turned away
     // on this thread; the worker cannot call back before its connect returns.

@@ -9,6 +9,7 @@
 #include "communication/packet.h"
 #include "logger/iTracer.h"
 #include "support/fakeUser.h"
+#include "support/packets.h"
 
 namespace {
 
@@ -17,14 +18,6 @@ class RecordingTracer : public ITracer {
     void WriteEntry(const std::string& message) override { entries.push_back(message); }
     std::vector<std::string> entries;
 };
-
-std::shared_ptr<Packet> packetOf(const std::string& payload) {
-    auto packet = makePacket();
-    packet->data = static_cast<uint8_t*>(std::malloc(payload.size()));
-    std::memcpy(packet->data, payload.data(), payload.size());
-    packet->size = payload.size();
-    return packet;
-}
 
 class UserFoldersTest : public testing::Test {
   protected:
@@ -40,9 +33,9 @@ class UserFoldersTest : public testing::Test {
 TEST(LogPacketTest, EntryIsArrowSizeAndWholePayload) {
     RecordingTracer tracer;
     const std::string payload("a\0b\nc", 5);
-    LogPacket(TransferType::Incoming, tracer, packetOf(payload));
-    LogPacket(TransferType::Outgoing, tracer, packetOf("1234567"));
-    LogPacket(static_cast<TransferType>(7), tracer, packetOf("x"));
+    LogPacket(TransferType::Incoming, tracer, packetWith(payload));
+    LogPacket(TransferType::Outgoing, tracer, packetWith("1234567"));
+    LogPacket(static_cast<TransferType>(7), tracer, packetWith("x"));
 
     ASSERT_EQ(tracer.entries.size(), 3u);
     EXPECT_EQ(tracer.entries[0],
@@ -64,7 +57,7 @@ TEST(LogPacketTest, PacketWithoutContentWritesNothing) {
     auto sizeOnly = makePacket();
     sizeOnly->size = 4;
     LogPacket(TransferType::Incoming, tracer, sizeOnly);
-    auto dataOnly = packetOf("abc");
+    auto dataOnly = packetWith("abc");
     dataOnly->size = 0;
     LogPacket(TransferType::Outgoing, tracer, dataOnly);
     EXPECT_TRUE(tracer.entries.empty());

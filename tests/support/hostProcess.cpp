@@ -1,0 +1,136 @@
+#include "support/hostProcess.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <fstream>
+#include <stdexcept>
+#include <thread>
+
+extern char** environ;
+
+namespace {
+
+void writeAll(int descriptor, const char* bytes, std::size_t size) {
+    while (size > 0) {
+        const ssize_t written = write(descriptor, bytes, size);
+        if (written <= 0) {
+            throw std::runtime_error("cannot write to the host's input");
+        }
+        bytes += written;
+        size -= static_cast<std::size_t>(written);
+    }
+}
+
+}  // namespace
+
+HostProcess::HostProcess(const std::vector<std::string>& arguments,
+                         const std::filesystem::path& workDir) {
+    int inputPipe[2];
+    int outPipe[2];
+    if (pipe(inputPipe) != 0 || pipe(outPipe) != 0) {
+        throw std::runtime_error("pipe failed");
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, inputPipe[0], 0);
+    posix_spawn_file_actions_adddup2(&actions, outPipe[1], 1);
+    posix_spawn_file_actions_addclose(&actions, inputPipe[1]);
+    posix_spawn_file_actions_addclose(&actions, outPipe[0]);
+    posix_spawn_file_actions_addchdir_np(&actions, workDir.c_str());
+
+    std::vector<std::string> argvStrings{QUORVEL_HOST_EXECUTABLE};
+    argvStrings.insert(argvStrings.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (auto& argument : argvStrings) {
+        argv.push_back(argument.data());
+    }
+    argv.push_back(nullptr);
+    const int failed = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(inputPipe[0]);
+    close(outPipe[1]);
+    input = inputPipe[1];
+    outputPipe = outPipe[0];
+    fcntl(input, F_SETFD, FD_CLOEXEC);
+    fcntl(outputPipe, F_SETFD, FD_CLOEXEC);
+    if (failed != 0) {
+        throw std::runtime_error("cannot start the host");
+    }
+}
+
+HostProcess::~HostProcess() {
+    closeInput();
+    if (pid > 0) {
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+    }
+    if (outputPipe >= 0) {
+        close(outputPipe);
+    }
+}
+
+void HostProcess::writeFrame(const std::string& payload) {
+    const uint32_t length = static_cast<uint32_t>(payload.size());
+    writeAll(input, reinterpret_cast<const char*>(&length), sizeof(length));
+    writeAll(input, payload.data(), payload.size());
+}
+
+void HostProcess::closeInput() {
+    if (input >= 0) {
+        close(input);
+        input = -1;
+    }
+}
+
+int HostProcess::waitForExit(std::chrono::seconds deadline) {
+    const auto end = std::chrono::steady_clock::now() + deadline;
+    while (pid > 0) {
+        int status = 0;
+        if (waitpid(pid, &status, WNOHANG) == pid) {
+            pid = -1;
+            return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        }
+        if (std::chrono::steady_clock::now() > end) {
+            return -1;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return -1;
+}
+
+std::string HostProcess::output() {
+    std::string text;
+    char buffer[4096];
+    ssize_t got;
+    while ((got = read(outputPipe, buffer, sizeof(buffer))) > 0) {
+        text.append(buffer, static_cast<std::size_t>(got));
+    }
+    return text;
+}
+
+std::filesystem::path logFolderOf(const std::filesystem::path& home) {
+    return home / "Library/Application Support/velmarch-agent/logs/messagehost";
+}
+
+std::vector<std::string> readLogLines(const std::filesystem::path& logFolder) {
+    std::vector<std::filesystem::path> files;
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::directory_iterator(logFolder, ignored)) {
+        files.push_back(entry.path());
+    }
+    std::sort(files.begin(), files.end());
+    std::vector<std::string> lines;
+    for (const auto& file : files) {
+        std::ifstream stream(file);
+        for (std::string line; std::getline(stream, line);) {
+            lines.push_back(line);
+        }
+    }
+    return lines;
+}
