@@ -6,7 +6,7 @@ cd "$(dirname "$0")/.."
 source scripts/prerequisites.sh
 require_prerequisites
 
-cmake --preset release -DQUORVEL_WERROR="${QUORVEL_WERROR:-OFF}" >/dev/null
+cmake --preset release -DQUORVEL_BUILD_TESTS=OFF -DQUORVEL_WERROR="${QUORVEL_WERROR:-OFF}" >/dev/null
 cmake --build --preset release --target QuorvelNativeMessageHost quorvelSampleAgent \
     --parallel "$(nproc 2>/dev/null || sysctl -n hw.ncpu)" >/dev/null
 host="$PWD/build/release/bin/QuorvelNativeMessageHost"
@@ -55,7 +55,7 @@ grep 'listening on' "$work/agent.out"
 home=$(eval echo "~$(id -un)")
 logFolder="$home/Library/Application Support/velmarch-agent/logs/messagehost"
 logFile="$logFolder/messagehost_$(date +%Y_%m_%d).log"
-logStart=$(($(wc -c <"$logFile" 2>/dev/null || echo 0) + 1))
+logStart=$(($([ -f "$logFile" ] && wc -c <"$logFile" || echo 0) + 1))
 
 echo "== Passing ${#messages[@]} messages through the host"
 mkdir "$work/cwd"  # the host's working directory, where an update marker would go

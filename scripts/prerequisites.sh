@@ -11,25 +11,29 @@ have_gtest() {
 }
 
 have_nss_wrapper() {
-    ls /usr/lib/libnss_wrapper.so /usr/lib/*/libnss_wrapper.so /usr/local/lib/libnss_wrapper.so \
-        >/dev/null 2>&1
+    local library
+    for library in /usr/lib/libnss_wrapper.so /usr/lib/*/libnss_wrapper.so /usr/local/lib/libnss_wrapper.so; do
+        [ -f "$library" ] && return 0
+    done
+    return 1
 }
 
+# Prints the Debian packages that are missing; with "tests", also what the test suite needs.
 missing_packages() {
     command -v cmake >/dev/null || echo cmake
     command -v make >/dev/null || echo make
     { command -v c++ || command -v g++ || command -v clang++; } >/dev/null || echo g++
+    [ "${1:-}" = tests ] || return 0
     have_gtest || echo libgtest-dev
     if [ "$(uname)" != Darwin ]; then
         have_nss_wrapper || echo libnss-wrapper
     fi
-    for extra in "$@"; do echo "$extra"; done
 }
 
-# Usage: require_prerequisites [extra Debian package checked by the caller]...
+# Usage: require_prerequisites [tests]
 require_prerequisites() {
     local missing
-    missing=$(missing_packages "$@" | sort -u | tr '\n' ' ')
+    missing=$(missing_packages "${1:-}" | sort -u | tr '\n' ' ')
     [ -z "${missing// /}" ] && return 0
 
     if [ "$(uname)" = Darwin ]; then

@@ -8,8 +8,8 @@ preset="${1:-debug}"
 cd "$(dirname "$0")/.."
 source scripts/prerequisites.sh
 
-require_prerequisites
+require_prerequisites tests
 
-cmake --preset "$preset" -DQUORVEL_WERROR="${QUORVEL_WERROR:-OFF}"
+cmake --preset "$preset" -DQUORVEL_BUILD_TESTS=ON -DQUORVEL_WERROR="${QUORVEL_WERROR:-OFF}"
 cmake --build --preset "$preset" --parallel "$(nproc 2>/dev/null || sysctl -n hw.ncpu)"
 ctest --preset "$preset" --parallel "$(nproc 2>/dev/null || sysctl -n hw.ncpu)"
