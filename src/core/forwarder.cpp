@@ -9,7 +9,8 @@
 
 // What the chain's jobs and callbacks need of the forwarder. They hold it weakly, so that a late
 // callback keeps neither the tracer nor its writer alive, and they act only under actionLock
-// before retire, so that once the forwarder is destroyed nothing is forwarded or logged.
+// before retire, so that once the forwarder is destroyed nothing is forwarded or logged. The
+// lock is recursive because a destination may call the send callback from within AsyncSend.
 class Forwarder::State : public std::enable_shared_from_this<State> {
   public:
     State(std::shared_ptr<IWriter> writer, const std::string& name)
@@ -29,7 +30,7 @@ class Forwarder::State : public std::enable_shared_from_this<State> {
     // Runs the receive requests already queued; waits for a callback that is acting.
     void retire() {
         active.stop();
-        std::lock_guard<std::mutex> lock(actionLock);
+        std::lock_guard<std::recursive_mutex> lock(actionLock);
         retired = true;
     }
 
@@ -40,7 +41,7 @@ class Forwarder::State : public std::enable_shared_from_this<State> {
         if (!state) {
             return;
         }
-        std::lock_guard<std::mutex> lock(state->actionLock);
+        std::lock_guard<std::recursive_mutex> lock(state->actionLock);
         if (!state->retired) {
             action(*state);
         }
@@ -69,7 +70,7 @@ class Forwarder::State : public std::enable_shared_from_this<State> {
 
     Tracer tracer;
     Active active;
-    std::mutex actionLock;
+    std::recursive_mutex actionLock;
     bool retired = false;  // guarded by actionLock
 };
 
