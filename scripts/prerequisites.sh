@@ -25,6 +25,7 @@ missing_packages() {
     { command -v c++ || command -v g++ || command -v clang++; } >/dev/null || echo g++
     [ "${1:-}" = tests ] || return 0
     have_gtest || echo libgtest-dev
+    command -v jq >/dev/null || echo jq
     if [ "$(uname)" != Darwin ]; then
         have_nss_wrapper || echo libnss-wrapper
     fi
@@ -38,7 +39,7 @@ require_prerequisites() {
 
     if [ "$(uname)" = Darwin ]; then
         echo "Missing: $missing" >&2
-        echo "Install with: brew install cmake googletest" >&2
+        echo "Install with: brew install cmake googletest jq" >&2
         echo "(nss_wrapper is not available on macOS; tests that need a fake user entry skip.)" >&2
         exit 1
     fi
