@@ -1,10 +1,10 @@
 #include "core/updater.h"
 
-#include <algorithm>
-#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -16,78 +16,65 @@ namespace fs = std::filesystem;
 namespace {
 
 const char* const kMarker = "QuorvelNativeMessageHost_update";
-const char* const kCheckEntry = " | HOST-UPD | Check for messagehost update";
+const char* const kCheck = "Check for messagehost update";
 
-std::size_t checkEntries(const std::vector<std::string>& lines) {
-    return std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
-        return line.size() > 19 && line.substr(19) == kCheckEntry;
-    });
-}
+// One watch, whose callback adds the line "found" to the watcher's own entries.
+struct Watch {
+    void start() {
+        updater->Start([this] { writer->Update("found"); });
+    }
+    bool waitUntilFound() const {
+        return writer->waitUntil(
+            [](const auto& lines) { return !lines.empty() && lines.back() == "found"; });
+    }
+    std::vector<std::string> events() const { return writer->messages("HOST-UPD"); }
+
+    std::shared_ptr<RecordingWriter> writer = std::make_shared<RecordingWriter>();
+    std::unique_ptr<Updater> updater = std::make_unique<Updater>(writer);
+};
 
 // Runs each test in a fresh working directory, where the watcher looks for the marker.
 class UpdaterTest : public testing::Test {
   protected:
-    void SetUp() override {
-        previous = fs::current_path();
-        fs::current_path(folder.path());
-    }
-    void TearDown() override { fs::current_path(previous); }
+    UpdaterTest() { fs::current_path(folder.path()); }
+    ~UpdaterTest() override { fs::current_path(previous); }
 
+    const fs::path previous = fs::current_path();
     TempDir folder;
-    fs::path previous;
-    std::shared_ptr<RecordingWriter> writer = std::make_shared<RecordingWriter>();
 };
 
 }  // namespace
 
-TEST_F(UpdaterTest, MarkerOfAnyKindIsFoundAndDanglingLinkIsNot) {
-    Updater updater(writer);
-    EXPECT_FALSE(updater.UpdateExists());
+TEST_F(UpdaterTest, MarkerIsFoundAsFileOrFolderButNotAsADanglingLink) {
+    Watch watch;
     fs::create_symlink("missing-target", kMarker);
-    EXPECT_FALSE(updater.UpdateExists());
+    EXPECT_FALSE(watch.updater->UpdateExists());
     fs::remove(kMarker);
     fs::create_directory(kMarker);
-    EXPECT_TRUE(updater.UpdateExists());
+    EXPECT_TRUE(watch.updater->UpdateExists());
     fs::remove(kMarker);
     std::ofstream(kMarker).put('x');
-    EXPECT_TRUE(updater.UpdateExists());
-    EXPECT_TRUE(writer->lines().empty()) << "looking never logs unless it fails";
+    EXPECT_TRUE(watch.updater->UpdateExists());
 }
 
-TEST_F(UpdaterTest, MarkerPresentAtStartIsReportedOnceAfterOneCheck) {
+// The watches overlap, so that the test lasts three five-second check intervals, not four.
+TEST_F(UpdaterTest, MarkerIsReportedOnceAtTheFirstCheckThatSeesItUnlessTheWatchIsCancelled) {
+    Watch late;
+    late.start();
+    ASSERT_TRUE(late.writer->waitUntil([](const auto& lines) { return !lines.empty(); }));
+
+    // Created after the first check of the late watch, the marker is found at a later one.
     std::ofstream(kMarker).put('x');
-    std::atomic<int> calls{0};
-    {
-        Updater updater(writer);
-        updater.Start([&] { ++calls; });
-        ASSERT_TRUE(writer->waitUntil([&](const auto&) { return calls.load() > 0; }));
-    }
-    EXPECT_EQ(calls, 1);
-    EXPECT_EQ(checkEntries(writer->lines()), 1u);
-    EXPECT_EQ(writer->lines().size(), 1u);
-    EXPECT_TRUE(fs::exists(kMarker)) << "the watcher never removes the marker";
-}
-
-TEST_F(UpdaterTest, MarkerCreatedWhileWatchingIsFoundAtTheNextCheck) {
-    std::atomic<int> calls{0};
-    Updater updater(writer);
-    updater.Start([&] { ++calls; });
-    ASSERT_TRUE(writer->waitForLines(1));
-    EXPECT_EQ(calls, 0);
-    fs::create_directory(kMarker);
-    ASSERT_TRUE(writer->waitUntil([&](const auto&) { return calls.load() > 0; }));
-    // The first check may still have been looking when the marker appeared.
-    EXPECT_LE(checkEntries(writer->lines()), 2u);
-}
-
-TEST_F(UpdaterTest, CancelledWatchLogsOneMoreCheckWithoutLooking) {
-    std::ofstream(kMarker).put('x');
-    std::atomic<int> calls{0};
-    {
-        Updater updater(writer);
-        updater.Start([&] { ++calls; });
-        updater.Cancel();
-    }
-    EXPECT_EQ(calls, 0);
-    EXPECT_EQ(checkEntries(writer->lines()), 1u);
+    Watch present;
+    present.start();
+    ASSERT_TRUE(late.waitUntilFound());
+    ASSERT_TRUE(present.waitUntilFound());
+    // Started after the finds, this watch lasts until a check queued after them would have run.
+    Watch cancelled;
+    cancelled.start();
+    cancelled.updater->Cancel();
+    cancelled.updater.reset();
+    present.updater.reset();  // runs any check still queued
+    EXPECT_EQ(cancelled.events(), std::vector<std::string>{kCheck});
+    EXPECT_EQ(present.events(), (std::vector<std::string>{kCheck, "found"}));
 }

@@ -9,7 +9,6 @@
 #include <sstream>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -29,13 +28,6 @@ std::string readFile(const fs::path& path) {
     return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
 
-std::string today() {
-    const std::tm local = getLocalTime();
-    char text[16];
-    std::strftime(text, sizeof(text), "%Y_%m_%d", &local);
-    return text;
-}
-
 class DailyFileWriterTest : public testing::Test {
   protected:
     std::unique_ptr<DailyFileWriter> makeWriter(std::size_t maxLogFiles = 100,
@@ -45,35 +37,27 @@ class DailyFileWriterTest : public testing::Test {
     }
 
     fs::path todays(const std::string& suffix) const {
-        return logDir / ("messagehost_" + today() + suffix + ".log");
+        const std::tm local = getLocalTime();
+        char date[16];
+        std::strftime(date, sizeof(date), "%Y_%m_%d", &local);
+        return logDir / ("messagehost_" + std::string(date) + suffix + ".log");
     }
 
     // Write times are set explicitly, minutes after a point in the past, so that "newest"
     // never depends on the file system's timestamp resolution; real writes are newer still.
-    void stamp(const fs::path& path, int minute) const {
-        fs::last_write_time(path, past + std::chrono::minutes(minute));
-    }
-
     void makeFile(const fs::path& path, std::size_t size, int minute) const {
         fs::create_directories(path.parent_path());
         std::ofstream(path, std::ios::binary | std::ios::trunc) << std::string(size, 'x');
-        stamp(path, minute);
+        fs::last_write_time(path, past + std::chrono::minutes(minute));
     }
 
-    // Logs a line and waits until the worker has appended it to `file`.
+    // Logs a line, waits until the writer has written it and tells whether it ends `file`.
     static bool landsIn(DailyFileWriter& writer, const std::string& line, const fs::path& file) {
         writer.Update(line);
-        const std::string ending = line + "\n";
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (std::chrono::steady_clock::now() < deadline) {
-            const std::string content = readFile(file);
-            if (content.size() >= ending.size() &&
-                content.compare(content.size() - ending.size(), ending.size(), ending) == 0) {
-                return true;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-        return false;
+        writer.Flush();
+        const std::string content = readFile(file);
+        return content.size() > line.size() &&
+               content.substr(content.size() - line.size() - 1) == line + "\n";
     }
 
     TempDir folder;
@@ -85,59 +69,32 @@ class DailyFileWriterTest : public testing::Test {
 
 TEST(DailyFileWriterFileNumTest, OnlyOneDigitNumbersAreRead) {
     const std::map<std::string, int> cases = {
-        {"messagehost_2024_03_05.log", 0},
-        {"messagehost_2024_03_05_1.log", 1},
-        {"messagehost_2024_03_05_9.log", 9},
-        {"messagehost_2024_03_05_10.log", 0},
-        {"messagehost_2024_03_05_42.log", 0},
-        {"messagehost_2024_3_5_1.log", 0},
-        {"notes.txt", 0},
-        {"", 0},
-        {"a_2024_03_05_7.log.bak", 7},  // searched, not matched as a whole
+        {"messagehost_2024_03_05.log", 0},    {"messagehost_2024_03_05_1.log", 1},
+        {"messagehost_2024_03_05_9.log", 9},  {"messagehost_2024_03_05_10.log", 0},
+        {"messagehost_2024_03_05_42.log", 0}, {"notes.txt", 0},
     };
     for (const auto& [name, number] : cases) {
         EXPECT_EQ(DailyFileWriter::GetFileNum(name), number) << name;
     }
 }
 
-TEST_F(DailyFileWriterTest, LinesGoToTodaysUnnumberedFileInAFolderCreatedWhenMissing) {
+TEST_F(DailyFileWriterTest, LinesGoToTodaysNewestFileUntilItHoldsMaxFileSizeBytes) {
     auto writer = makeWriter();
-    EXPECT_TRUE(fs::is_directory(logDir));
-    EXPECT_EQ(fs::path(DailyFileWriter::GetCurrentDate()).string(), today());
-    makeFile(logDir / "messagehost_2001_01_01.log", kMaxFileSize, 100);
-    makeFile(logDir / "messagehost_2001_01_01_3.log", kMaxFileSize, 200);
-
+    makeFile(logDir / "messagehost_2001_01_01_3.log", kMaxFileSize, 100);  // an earlier day
     ASSERT_TRUE(landsIn(*writer, "first", todays("")));
-    EXPECT_EQ(readFile(todays("")), "first\n") << "earlier days do not count for today";
+
+    makeFile(todays(""), kMaxFileSize - 1, 0);
+    ASSERT_TRUE(landsIn(*writer, "one byte short", todays("")));
+    makeFile(todays(""), kMaxFileSize, 0);
+    ASSERT_TRUE(landsIn(*writer, "full", todays("_1")));
 
     fs::remove_all(logDir);
-    ASSERT_TRUE(landsIn(*writer, "second", todays("")));
-    EXPECT_EQ(readFile(todays("")), "second\n");
+    ASSERT_TRUE(landsIn(*writer, "folder deleted", todays("")));
 }
 
-TEST_F(DailyFileWriterTest, NewestFileIsFullFromExactlyMaxFileSize) {
-    auto writer = makeWriter();
-    makeFile(todays(""), kMaxFileSize - 1, 0);
-    EXPECT_EQ(writer->PrepareLogPath(), todays(""));
-    ASSERT_TRUE(landsIn(*writer, "past the limit", todays("")));
-    EXPECT_EQ(fs::file_size(todays("")), kMaxFileSize - 1 + 15);
-
-    makeFile(todays(""), kMaxFileSize, 0);
-    EXPECT_EQ(writer->PrepareLogPath(), todays("_1"));
-}
-
-TEST_F(DailyFileWriterTest, FullNewestFileIsFollowedByTheNextNumberUpToTen) {
-    auto writer = makeWriter();
-    const std::pair<std::string, std::string> cases[] = {
-        {"", "_1"}, {"_1", "_2"}, {"_9", "_10"}, {"_10", "_1"}};
-    for (const auto& [full, next] : cases) {
-        fs::remove_all(logDir);
-        makeFile(todays(full), kMaxFileSize, 0);
-        EXPECT_EQ(writer->PrepareLogPath(), todays(next)) << "after a full '" << full << "'";
-    }
-}
-
-TEST_F(DailyFileWriterTest, AfterAFullTenthFileTheFullFilesAreWrittenInTurnOneLineEach) {
+// After a full _9 comes _10, after a full _10 comes _1, and then the full files take a line each
+// in turn.
+TEST_F(DailyFileWriterTest, FullNumberedFilesAreFollowedByTheNextNumberAndAfterTenByOne) {
     for (int n = 1; n <= 10; ++n) {
         makeFile(todays("_" + std::to_string(n)), kMaxFileSize, n);
     }
@@ -145,10 +102,8 @@ TEST_F(DailyFileWriterTest, AfterAFullTenthFileTheFullFilesAreWrittenInTurnOneLi
     for (int line = 0; line <= 10; ++line) {
         const fs::path file = todays("_" + std::to_string(line % 10 + 1));
         ASSERT_TRUE(landsIn(*writer, "line " + std::to_string(line), file)) << file;
-        stamp(file, 100 + line);
+        fs::last_write_time(file, past + std::chrono::minutes(100 + line));
     }
-    EXPECT_EQ(readFile(todays("_1")), std::string(kMaxFileSize, 'x') + "line 0\nline 10\n");
-    EXPECT_EQ(readFile(todays("_10")), std::string(kMaxFileSize, 'x') + "line 9\n");
 }
 
 TEST_F(DailyFileWriterTest, LinesFromTwoThreadsArriveWholeAndInOrderBeforeTheWriterIsGone) {
@@ -171,7 +126,6 @@ TEST_F(DailyFileWriterTest, LinesFromTwoThreadsArriveWholeAndInOrderBeforeTheWri
     std::istringstream content(readFile(todays("")));
     std::map<char, int> next = {{'a', 0}, {'b', 0}};
     for (std::string line; std::getline(content, line);) {
-        ASSERT_FALSE(line.empty());
         ASSERT_EQ(line, lineOf(line[0], next[line[0]]++));
     }
     EXPECT_EQ(next, (std::map<char, int>{{'a', kLines}, {'b', kLines}}));
@@ -195,40 +149,23 @@ TEST_F(DailyFileWriterTest, RetentionKeepsTheTenNewestLogFilesOfAnyPrefixAndNoth
     for (const fs::path& path : ignored) {
         makeFile(path, 1, 0);
     }
-    stamp(logDir / "old.log", 0);
 
-    auto writer = makeWriter(10);
+    auto writer = makeWriter(10, 0);  // a pass at construction, then one before every line
     EXPECT_EQ(writer->GetLogFilesOrderedByDate(L".*\\.log"), kept);
     writer->DeleteExtraLogs();
     EXPECT_EQ(writer->GetLogFilesOrderedByDate(L".*\\.log"), kept) << "ten files lose none";
-    for (const fs::path& path : oldest) {
-        EXPECT_FALSE(fs::exists(path)) << path;
-    }
+    EXPECT_FALSE(fs::exists(oldest[0])) << "a log file of another prefix counts too";
     for (const fs::path& path : ignored) {
         EXPECT_TRUE(fs::exists(path)) << path;
     }
-}
+    makeFile(oldest[0], 1, 0);
+    writer->Update("line");
+    writer->Flush();
+    EXPECT_FALSE(fs::exists(oldest[0])) << "a write job runs a pass before its line";
+    EXPECT_EQ(readFile(todays("")), "line\n");
 
-TEST_F(DailyFileWriterTest, MissingFolderListsNothingAndDeletesNothing) {
-    auto writer = makeWriter(0);
     fs::remove_all(logDir);
     EXPECT_TRUE(writer->GetLogFilesOrderedByDate(L".*").empty());
     writer->DeleteExtraLogs();
-    EXPECT_FALSE(fs::exists(logDir));
-}
-
-TEST_F(DailyFileWriterTest, WriteJobRunsARetentionPassOnlyOnceTheIntervalHasPassed) {
-    for (const long interval : {kNeverDue, 0L}) {
-        fs::remove_all(logDir);
-        {
-            auto writer = makeWriter(2, interval);
-            for (int i = 1; i <= 3; ++i) {
-                makeFile(logDir / ("old_" + std::to_string(i) + ".log"), 1, i);
-            }
-            writer->Update("line");
-        }
-        EXPECT_EQ(fs::exists(logDir / "old_1.log"), interval == kNeverDue) << interval;
-        EXPECT_TRUE(fs::exists(logDir / "old_2.log"));
-        EXPECT_EQ(readFile(todays("")), "line\n");
-    }
+    EXPECT_FALSE(fs::exists(logDir)) << "a missing folder is left missing";
 }

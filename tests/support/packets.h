@@ -17,6 +17,10 @@ inline std::shared_ptr<Packet> packetWith(const std::string& payload) {
     return packet;
 }
 
+// The arrows that lead the log entry of an incoming and of an outgoing packet.
+inline const std::string kDownArrow = "\xE2\x86\x93";
+inline const std::string kUpArrow = "\xE2\x86\x91";
+
 inline std::string payloadOf(const Packet& packet) {
     return std::string(reinterpret_cast<const char*>(packet.data), packet.size);
 }

@@ -13,10 +13,8 @@
 class RecordingWriter : public IWriter {
   public:
     void Update(const std::string& line) override {
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            lines_.push_back(line);
-        }
+        std::lock_guard<std::mutex> lock(mutex_);
+        lines_.push_back(line);
         changed_.notify_all();
     }
 
@@ -25,17 +23,21 @@ class RecordingWriter : public IWriter {
         return lines_;
     }
 
-    // Waits until the lines satisfy the condition or a generous deadline passes.
-    bool waitUntil(const std::function<bool(const std::vector<std::string>&)>& condition,
-                   std::chrono::seconds deadline = std::chrono::seconds(20)) const {
-        std::unique_lock<std::mutex> lock(mutex_);
-        return changed_.wait_for(lock, deadline, [&] { return condition(lines_); });
+    // The messages of the tracer lines with this tag, after the 19-character time stamp;
+    // any other line stays whole, so that it shows up in a comparison.
+    std::vector<std::string> messages(const std::string& tag) const {
+        const std::string column = " | " + tag + " | ";
+        std::vector<std::string> result;
+        for (const std::string& line : lines()) {
+            result.push_back(line.find(column) == 19 ? line.substr(19 + column.size()) : line);
+        }
+        return result;
     }
 
-    // Waits for at least `count` lines.
-    bool waitForLines(std::size_t count) const {
-        return waitUntil(
-            [count](const std::vector<std::string>& lines) { return lines.size() >= count; });
+    // Waits until the lines satisfy the condition or a generous deadline passes.
+    bool waitUntil(const std::function<bool(const std::vector<std::string>&)>& condition) const {
+        std::unique_lock<std::mutex> lock(mutex_);
+        return changed_.wait_for(lock, std::chrono::seconds(20), [&] { return condition(lines_); });
     }
 
   private:
