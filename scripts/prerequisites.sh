@@ -1,11 +1,12 @@
-# Checks what building and testing the host needs; installs what is missing with apt-get
-# when run as root on Debian or Ubuntu, and otherwise says what to install and stops.
+# Checks what building, testing and benchmarking the host need; installs what is missing with
+# apt-get when run as root on Debian or Ubuntu, and otherwise says what to install and stops.
 # Source it and call require_prerequisites.
 
-have_gtest() {
+# Whether a header is where compilers look by default (or where Homebrew puts it).
+have_header() {
     local dir
     for dir in /usr/include /usr/local/include /opt/homebrew/include; do
-        [ -f "$dir/gtest/gtest.h" ] && return 0
+        [ -f "$dir/$1" ] && return 0
     done
     return 1
 }
@@ -18,20 +19,24 @@ have_nss_wrapper() {
     return 1
 }
 
-# Prints the Debian packages that are missing; with "tests", also what the test suite needs.
+# Prints the Debian packages that are missing; with "tests", also what the test suite needs;
+# with "bench", also Google Benchmark and socat (one of the references the host is measured by).
 missing_packages() {
     command -v cmake >/dev/null || echo cmake
     command -v make >/dev/null || echo make
     { command -v c++ || command -v g++ || command -v clang++; } >/dev/null || echo g++
-    [ "${1:-}" = tests ] || return 0
-    have_gtest || echo libgtest-dev
+    [ "${1:-}" = tests ] || [ "${1:-}" = bench ] || return 0
+    have_header gtest/gtest.h || echo libgtest-dev
     command -v jq >/dev/null || echo jq
     if [ "$(uname)" != Darwin ]; then
         have_nss_wrapper || echo libnss-wrapper
     fi
+    [ "${1:-}" = bench ] || return 0
+    have_header benchmark/benchmark.h || echo libbenchmark-dev
+    command -v socat >/dev/null || echo socat
 }
 
-# Usage: require_prerequisites [tests]
+# Usage: require_prerequisites [tests|bench]
 require_prerequisites() {
     local missing
     missing=$(missing_packages "${1:-}" | sort -u | tr '\n' ' ')
@@ -39,7 +44,7 @@ require_prerequisites() {
 
     if [ "$(uname)" = Darwin ]; then
         echo "Missing: $missing" >&2
-        echo "Install with: brew install cmake googletest jq" >&2
+        echo "Install with: brew install cmake googletest jq google-benchmark socat" >&2
         echo "(nss_wrapper is not available on macOS; tests that need a fake user entry skip.)" >&2
         exit 1
     fi

@@ -33,15 +33,16 @@ void Active::stop() {
 
 void Active::run() {
     while (!done) {
-        if (queuedJobs() == 0) {
+        std::function<void()>* job = frontJob();
+        if (job == nullptr) {
             Sleep(kIdlePollMs);
             continue;
         }
-        // The job stays at the front of the queue until it has finished.
-        std::function<void()> job = frontJob();
-        if (job) {
+        // Run in place, outside the lock: it stays at the front of the queue until it has
+        // finished, and only this thread removes jobs.
+        if (*job) {
             try {
-                job();
+                (*job)();
             } catch (const std::exception& error) {
                 ErrHandler(error);
             }
@@ -50,17 +51,18 @@ void Active::run() {
     }
 }
 
-std::size_t Active::queuedJobs() {
+// A deque keeps references to its elements valid when others are appended, so the front job
+// needs no copy (a log line's job would copy the whole line).
+std::function<void()>* Active::frontJob() {
     std::lock_guard<std::mutex> lock(queueLock);
-    return queue.size();
-}
-
-std::function<void()> Active::frontJob() {
-    std::lock_guard<std::mutex> lock(queueLock);
-    return queue.front();
+    return queue.empty() ? nullptr : &queue.front();
 }
 
 void Active::popFrontJob() {
+    // Destroyed once the lock is released: the job may hold the last reference to an object
+    // whose destruction waits for a thread that is queueing a job here.
+    std::function<void()> finished;
     std::lock_guard<std::mutex> lock(queueLock);
+    finished = std::move(queue.front());
     queue.pop_front();
 }

@@ -27,8 +27,7 @@ class Active {
 
   private:
     void run();
-    std::size_t queuedJobs();
-    std::function<void()> frontJob();
+    std::function<void()>* frontJob();
     void popFrontJob();
 
     std::deque<std::function<void()>> queue;  // guarded by queueLock

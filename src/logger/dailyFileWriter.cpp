@@ -29,7 +29,9 @@ DailyFileWriter::~DailyFileWriter() {
 
 void DailyFileWriter::Update(const std::string& line) {
     try {
-        active.send([this, line] { WriteLine(line); });
+        // The one copy of the line that the job needs. A plain [line] capture would hold it
+        // const, and handing the job to the queue would then copy it once more.
+        active.send([this, queued = line] { WriteLine(queued); });
     } catch (...) {
     }
 }

@@ -43,9 +43,11 @@ class DailyFileWriter : public IWriter {
     std::vector<std::filesystem::path> GetLogFilesOrderedByDate(const std::wstring& pattern) const;
     // Deletes the oldest ".log" files beyond maxLogFiles, whatever their prefix. Never throws.
     void DeleteExtraLogs();
+    // The job that Update queues: a retention pass when one is due, then the line appended to
+    // the file that PrepareLogPath names, opened and closed for this line alone.
+    void WriteLine(const std::string& line);
 
   private:
-    void WriteLine(const std::string& line);
     void CreateLogDirectory() const;
     void DeleteExtraLogsEvery(long interval);
     static bool hasNMilliSecPassed(uint64_t start, long n);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <string_view>
 
 #include "logger/iWriter.h"
 #include "platform/utils.h"
@@ -10,6 +11,7 @@ namespace {
 
 // Keeps the tag column narrow; "HOST-APP" is exactly this long.
 constexpr std::size_t kMaxSourceLength = 8;
+constexpr std::string_view kSeparator = " | ";
 
 }  // namespace
 
@@ -41,9 +43,18 @@ void Tracer::Detach(std::shared_ptr<IWriter> writer) {
 
 void Tracer::WriteEntry(const std::string& message) {
     try {
-        Notify(GetCurrentDateTime() + " | " + source + " | " + message);
+        Notify(BuildLine(message));
     } catch (...) {
     }
+}
+
+// Sized once, so that the message, which may be a whole payload, is copied once.
+std::string Tracer::BuildLine(const std::string& message) const {
+    const std::string stamp = GetCurrentDateTime();
+    std::string line;
+    line.reserve(stamp.size() + 2 * kSeparator.size() + source.size() + message.size());
+    line.append(stamp).append(kSeparator).append(source).append(kSeparator).append(message);
+    return line;
 }
 
 void Tracer::Notify(const std::string& line) {

@@ -26,6 +26,7 @@ class Tracer : public IWriterSubject, public ITracer {
 
   private:
     void InitSource(const std::string& source);
+    std::string BuildLine(const std::string& message) const;
     void Notify(const std::string& line);
 
     std::string source;

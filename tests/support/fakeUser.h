@@ -2,13 +2,11 @@
 
 #include <string>
 
-#include <gtest/gtest.h>
-
 // A fake entry in the user database (through nss_wrapper) whose home is a temporary folder,
-// so that no test touches the real user's home, logs or agent socket.
+// so that no test or benchmark touches the real user's home, logs or agent socket.
 namespace fakeUser {
 
-// Runs this test executable again under nss_wrapper with a fresh fake user and home, and
+// Runs this executable again under nss_wrapper with a fresh fake user and home, and
 // returns its exit status; -1 when already under it or when nss_wrapper is missing.
 int rerunUnderFakeUser(int argc, char** argv);
 
@@ -23,6 +21,7 @@ void removeEntry();
 
 }  // namespace fakeUser
 
+// In a test (which includes GoogleTest): skips it when there is no fake user entry.
 #define SKIP_WITHOUT_FAKE_USER()                                                     \
     if (fakeUser::home().empty())                                                    \
     GTEST_SKIP() << "nss_wrapper is not available (Debian package libnss-wrapper); " \

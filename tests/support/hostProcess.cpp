@@ -3,11 +3,13 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <fstream>
 #include <stdexcept>
 #include <thread>
@@ -27,9 +29,29 @@ void writeAll(int descriptor, const char* bytes, std::size_t size) {
     }
 }
 
+double secondsOf(const timeval& time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+}
+
+// The high-water mark of the process's resident memory in KiB, or 0 once it has exited or
+// without /proc. Not ru_maxrss: on Linux a spawned child's also counts its parent's memory.
+std::size_t residentHighWaterKiB(pid_t pid) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind("VmHWM:", 0) == 0) {
+            return std::stoul(line.substr(std::strlen("VmHWM:")));
+        }
+    }
+    return 0;
+}
+
 }  // namespace
 
 HostProcess::HostProcess(const std::vector<std::string>& arguments,
+                         const std::filesystem::path& workDir)
+    : HostProcess(QUORVEL_HOST_EXECUTABLE, arguments, workDir) {}
+
+HostProcess::HostProcess(const std::string& program, const std::vector<std::string>& arguments,
                          const std::filesystem::path& workDir) {
     int inputPipe[2];
     int outPipe[2];
@@ -44,14 +66,14 @@ HostProcess::HostProcess(const std::vector<std::string>& arguments,
     posix_spawn_file_actions_addclose(&actions, outPipe[0]);
     posix_spawn_file_actions_addchdir_np(&actions, workDir.c_str());
 
-    std::vector<std::string> argvStrings{QUORVEL_HOST_EXECUTABLE};
+    std::vector<std::string> argvStrings{program};
     argvStrings.insert(argvStrings.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
     for (auto& argument : argvStrings) {
         argv.push_back(argument.data());
     }
     argv.push_back(nullptr);
-    const int failed = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+    const int failed = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     close(inputPipe[0]);
     close(outPipe[1]);
@@ -82,17 +104,25 @@ void HostProcess::writeFrame(const std::string& payload) {
 }
 
 void HostProcess::closeInput() {
+    notePeakResident();  // a program may exit as soon as its input ends
     if (input >= 0) {
         close(input);
         input = -1;
     }
 }
 
+std::size_t HostProcess::unreadInput() const {
+    int unread = 0;
+    return input >= 0 && ioctl(input, FIONREAD, &unread) == 0 ? static_cast<std::size_t>(unread)
+                                                              : 0;
+}
+
 int HostProcess::waitForExit(std::chrono::seconds deadline) {
     const auto end = std::chrono::steady_clock::now() + deadline;
     while (pid > 0) {
         int status = 0;
-        if (waitpid(pid, &status, WNOHANG) == pid) {
+        notePeakResident();
+        if (wait4(pid, &status, WNOHANG, &usage) == pid) {
             pid = -1;
             return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
         }
@@ -102,6 +132,16 @@ int HostProcess::waitForExit(std::chrono::seconds deadline) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     return -1;
+}
+
+double HostProcess::cpuSeconds() const {
+    return secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime);
+}
+
+void HostProcess::notePeakResident() {
+    if (pid > 0) {
+        peakResident = std::max(peakResident, residentHighWaterKiB(pid));
+    }
 }
 
 std::string HostProcess::output() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
 #include <chrono>
@@ -7,11 +8,14 @@
 #include <string>
 #include <vector>
 
-// The real host executable in a child process, with a pipe as its standard input and its
-// standard output captured. It inherits the fake user entry of the tests.
+// The real host executable (or another program, looked up in PATH) in a child process, with a
+// pipe as its standard input and its standard output captured. It inherits the fake user entry
+// of the tests.
 class HostProcess {
   public:
     HostProcess(const std::vector<std::string>& arguments, const std::filesystem::path& workDir);
+    HostProcess(const std::string& program, const std::vector<std::string>& arguments,
+                const std::filesystem::path& workDir);
     ~HostProcess();  // kills the host if it still runs
 
     HostProcess(const HostProcess&) = delete;
@@ -21,14 +25,28 @@ class HostProcess {
     void writeFrame(const std::string& payload);
     void closeInput();
 
+    // How many bytes written to the standard input the program has not read yet.
+    std::size_t unreadInput() const;
+
     // The exit status, or -1 when the host is still running after the deadline.
     int waitForExit(std::chrono::seconds deadline = std::chrono::seconds(30));
 
     // Everything the host wrote to its standard output; call after it exited.
     std::string output();
 
+    // User and system CPU time of the whole run; valid once waitForExit returned a status.
+    double cpuSeconds() const;
+
+    // The program's own peak resident memory in KiB, as last seen while it ran: when its input
+    // was closed and while waitForExit waited. 0 where the system does not show it (no /proc).
+    std::size_t peakResidentKiB() const { return peakResident; }
+
   private:
+    void notePeakResident();
+
     pid_t pid = -1;
+    rusage usage{};
+    std::size_t peakResident = 0;
     int input = -1;
     int outputPipe = -1;
 };

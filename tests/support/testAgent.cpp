@@ -5,7 +5,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstring>
@@ -71,16 +70,16 @@ bool TestAgent::hasPendingConnection() const {
 
 std::string TestAgent::read(std::size_t count) {
     const auto deadline = Clock::now() + kDeadline;
-    std::string bytes;
-    char chunk[4096];
-    while (bytes.size() < count && readableBy(connection_, deadline)) {
-        const ssize_t got =
-            recv(connection_, chunk, std::min(sizeof(chunk), count - bytes.size()), 0);
+    std::string bytes(count, '\0');
+    std::size_t received = 0;
+    while (received < count && readableBy(connection_, deadline)) {
+        const ssize_t got = recv(connection_, &bytes[received], count - received, 0);
         if (got <= 0) {
             break;
         }
-        bytes.append(chunk, static_cast<std::size_t>(got));
+        received += static_cast<std::size_t>(got);
     }
+    bytes.resize(received);
     return bytes;
 }
 
