@@ -9,6 +9,14 @@ elseif(NOT QUORVEL_SANITIZER STREQUAL "")
     message(FATAL_ERROR "QUORVEL_SANITIZER must be empty, address or thread")
 endif()
 
+if(QUORVEL_FUZZ)
+    if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang" OR NOT QUORVEL_SANITIZER STREQUAL "address")
+        message(FATAL_ERROR "QUORVEL_FUZZ needs clang and QUORVEL_SANITIZER=address (preset fuzz)")
+    endif()
+    # Coverage for the fuzzer in everything it reaches; only fuzz targets link its runtime.
+    list(APPEND QUORVEL_SANITIZER_FLAGS -fsanitize=fuzzer-no-link)
+endif()
+
 function(quorvel_target_options target)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic)
     if(QUORVEL_WERROR)

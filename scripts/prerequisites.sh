@@ -19,12 +19,24 @@ have_nss_wrapper() {
     return 1
 }
 
+# Whether clang can build a libFuzzer target with AddressSanitizer.
+have_libfuzzer() {
+    command -v clang++ >/dev/null || return 1
+    local program='extern "C" int LLVMFuzzerTestOneInput(const unsigned char*, unsigned long) { return 0; }'
+    echo "$program" | clang++ -fsanitize=fuzzer,address -x c++ - -o /dev/null 2>/dev/null
+}
+
 # Prints the Debian packages that are missing; with "tests", also what the test suite needs;
-# with "bench", also Google Benchmark and socat (one of the references the host is measured by).
+# with "bench", also Google Benchmark and socat (one of the references the host is measured by);
+# with "fuzz", also clang and its fuzzer runtime.
 missing_packages() {
     command -v cmake >/dev/null || echo cmake
     command -v make >/dev/null || echo make
     { command -v c++ || command -v g++ || command -v clang++; } >/dev/null || echo g++
+    if [ "${1:-}" = fuzz ]; then
+        have_libfuzzer || echo clang libclang-rt-dev
+        return 0
+    fi
     [ "${1:-}" = tests ] || [ "${1:-}" = bench ] || return 0
     have_header gtest/gtest.h || echo libgtest-dev
     command -v jq >/dev/null || echo jq
@@ -36,7 +48,7 @@ missing_packages() {
     command -v socat >/dev/null || echo socat
 }
 
-# Usage: require_prerequisites [tests|bench]
+# Usage: require_prerequisites [tests|bench|fuzz]
 require_prerequisites() {
     local missing
     missing=$(missing_packages "${1:-}" | sort -u | tr '\n' ' ')
@@ -45,6 +57,7 @@ require_prerequisites() {
     if [ "$(uname)" = Darwin ]; then
         echo "Missing: $missing" >&2
         echo "Install with: brew install cmake googletest jq google-benchmark socat" >&2
+        echo "(fuzzing also needs a clang with libFuzzer: brew install llvm)" >&2
         echo "(nss_wrapper is not available on macOS; tests that need a fake user entry skip.)" >&2
         exit 1
     fi

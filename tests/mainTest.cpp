@@ -32,6 +32,13 @@ std::size_t countMessages(const std::vector<std::string>& lines, const std::stri
                          [&](const std::string& line) { return messageOf(line) == message; });
 }
 
+std::size_t countMessagesStartingWith(const std::vector<std::string>& lines,
+                                      const std::string& start) {
+    return std::count_if(lines.begin(), lines.end(), [&](const std::string& line) {
+        return messageOf(line).rfind(start, 0) == 0;
+    });
+}
+
 // Each test runs the real executable as a user of its own, whose home is a fresh folder, in a
 // working directory of its own.
 class HostEndToEndTest : public testing::Test {
@@ -156,11 +163,7 @@ TEST_F(HostEndToEndTest, WithoutAnAgentEveryFrameFailsAndTheHostStillExits) {
     host->closeInput();
     EXPECT_EQ(host->waitForExit(), 0);
     const auto lines = logLines();
-    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
-                            [&](const std::string& line) {
-                                return messageOf(line).rfind(connectError, 0) == 0;
-                            }),
-              2);
+    EXPECT_EQ(countMessagesStartingWith(lines, connectError), 2u);
     EXPECT_EQ(countMessages(lines, "Packet is forwarded successfully."), 0u);
 }
 
@@ -187,4 +190,119 @@ TEST_F(HostEndToEndTest, UpdateMarkerStopsTheHostWhileItsInputIsOpen) {
     EXPECT_EQ(tail, (std::vector<std::string>{
                         "Updates are available, terminate messagehost.", kStopLine,
                         "Updates are available, terminate messagehost.", kStopLine}));
+}
+
+TEST_F(HostEndToEndTest, AgentThatDropsItsConnectionOrStopsListeningCostsOnlyTheFramesThatFailed) {
+    auto agent = std::make_unique<TestAgent>(socketPath());
+    auto host = startHost();
+    host->writeFrame("before");
+    ASSERT_TRUE(agent->acceptConnection());
+    EXPECT_EQ(agent->readFrame(), "before");
+
+    agent->closeConnection();
+    host->writeFrame("lost");
+    ASSERT_TRUE(
+        waitForLog([](const auto& lines) { return countMessages(lines, "Can't send") == 1; }));
+    // One frame on its own: frames that come while it connects are turned away by design.
+    host->writeFrame("after 0");
+    ASSERT_TRUE(agent->acceptConnection());
+    EXPECT_EQ(agent->readFrame(), "after 0");
+    std::vector<std::string> later;
+    for (std::size_t frame = 1; frame <= 20; ++frame) {
+        later.push_back("after " + std::to_string(frame) + std::string(frame * 2000, '.'));
+        host->writeFrame(later.back());
+    }
+    for (const auto& payload : later) {
+        EXPECT_TRUE(agent->readFrame() == payload)
+            << "whole and in order: " << payload.substr(0, 9);
+    }
+
+    // The agent goes away and its socket file with it.
+    agent.reset();
+    for (std::size_t frame = 1; frame <= 3; ++frame) {
+        host->writeFrame("unheard");
+        ASSERT_TRUE(waitForLog(
+            [&](const auto& lines) { return countMessages(lines, "Can't send") == 1 + frame; }));
+    }
+    host->closeInput();
+    EXPECT_EQ(host->waitForExit(std::chrono::seconds(10)), 0);
+    const auto lines = logLines();
+    // The first unheard frame fails on the dropped connection, the others on connecting.
+    EXPECT_EQ(
+        countMessagesStartingWith(lines, "Error connecting to socket(" + socketPath() + "): "), 2u);
+    EXPECT_EQ(countMessages(lines, "Packet is forwarded successfully."), 2u + later.size());
+}
+
+TEST_F(HostEndToEndTest, AgentThatNeverReadsOrNeverAcceptsCannotHoldTheHostPastItsInput) {
+    constexpr std::size_t kFrames = 20;  // far more bytes than a socket buffer holds
+    for (const bool accepts : {true, false}) {
+        // Without accepting, a full backlog holds the host's connect on Linux.
+        TestAgent agent(socketPath(), accepts ? 16 : 0);
+        if (!accepts) {
+            agent.occupyBacklog();
+        }
+        auto host = startHost();
+        const std::string payload(accepts ? 100000 : 100001, 'x');
+        for (std::size_t frame = 0; frame < kFrames; ++frame) {
+            host->writeFrame(payload);
+        }
+        if (accepts) {
+            ASSERT_TRUE(agent.acceptConnection());
+        }
+        const std::string read = "\xE2\x86\x93" + std::to_string(payload.size()) + "B, ";
+        const std::string sent = "\xE2\x86\x91" + std::to_string(payload.size()) + "B, ";
+        ASSERT_TRUE(waitForLog([&](const auto& lines) {
+            return countMessagesStartingWith(lines, read) == kFrames;
+        })) << "the host keeps reading its input";
+        EXPECT_LT(countMessagesStartingWith(logLines(), sent), kFrames);
+
+        host->closeInput();
+        EXPECT_EQ(host->waitForExit(std::chrono::seconds(10)), 0) << "accepts: " << accepts;
+    }
+}
+
+TEST_F(HostEndToEndTest, LogFolderThatCannotBeWrittenLosesOnlyTheLines) {
+    const fs::path standIn = logFolderOf(home.path());
+    fs::create_directories(standIn.parent_path());
+    std::ofstream(standIn) << "a file where the log folder belongs";
+    TestAgent agent(socketPath());
+    auto host = startHost();
+    // One frame on its own: frames that come while it connects are turned away by design.
+    host->writeFrame("one");
+    ASSERT_TRUE(agent.acceptConnection());
+    EXPECT_EQ(agent.readFrame(), "one");
+    host->writeFrame("two");
+    host->writeFrame("three");
+    EXPECT_EQ(agent.readFrame(), "two");
+    EXPECT_EQ(agent.readFrame(), "three");
+    host->closeInput();
+    EXPECT_EQ(host->waitForExit(std::chrono::seconds(10)), 0);
+    EXPECT_TRUE(fs::is_regular_file(standIn));
+    EXPECT_EQ(fs::file_size(standIn), std::string("a file where the log folder belongs").size());
+}
+
+TEST_F(HostEndToEndTest, LogFolderAndFilesAreCreatedOwnerOnlyAndExistingOnesKeepTheirMode) {
+    const auto runOnce = [this] {
+        auto host = startHost();
+        host->closeInput();
+        EXPECT_EQ(host->waitForExit(), 0);
+    };
+    runOnce();
+    const fs::path folder = logFolderOf(home.path());
+    EXPECT_EQ(fs::status(folder).permissions(), fs::perms::owner_all);
+    std::vector<fs::path> files;
+    for (const auto& entry : fs::directory_iterator(folder)) {
+        files.push_back(entry.path());
+        EXPECT_EQ(entry.status().permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    }
+    ASSERT_FALSE(files.empty());
+
+    const fs::perms shared = fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec;
+    const fs::perms readable = fs::perms::owner_read | fs::perms::owner_write |
+                               fs::perms::group_read | fs::perms::others_read;
+    fs::permissions(folder, shared);
+    fs::permissions(files.front(), readable);
+    runOnce();
+    EXPECT_EQ(fs::status(folder).permissions(), shared);
+    EXPECT_EQ(fs::status(files.front()).permissions(), readable);
 }

@@ -1,6 +1,7 @@
 #include "communication/agentPortMac.h"
 
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -16,6 +17,9 @@ const char* const kSource = "AGT-PORT";
 // The agent listens on this prefix followed by the SHA-1 of the user's home folder.
 const char* const kSocketPrefix = "/tmp/quorvel";
 constexpr int32_t kNoSocket = -1;
+// The longest a connect or a write waits for the agent: no longer than the update watcher's
+// wait, which stopping the host waits out anyway.
+constexpr time_t kLongestWaitSeconds = 5;
 
 // A write to a socket that the agent has closed must fail like any other write instead of
 // raising SIGPIPE and ending the host, without changing the signal's disposition.
@@ -38,10 +42,19 @@ ssize_t writeToSocket(int descriptor, const void* bytes, std::size_t count) {
 }
 #endif
 
-// A stream socket protected from the broken-pipe signal, or -1 with errno set.
+// An agent that never accepts (Linux holds connect while its backlog is full) or never reads
+// then costs the frames it does not take, never the host's exit.
+int limitWaits(int descriptor) {
+    const timeval limit{kLongestWaitSeconds, 0};
+    return setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
+}
+
+// A stream socket protected from the broken-pipe signal and from endless waits, or -1 with
+// errno set.
 int32_t createSocket() {
     const int32_t descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
-    if (descriptor != kNoSocket && protectFromBrokenPipe(descriptor) != 0) {
+    if (descriptor != kNoSocket &&
+        (protectFromBrokenPipe(descriptor) != 0 || limitWaits(descriptor) != 0)) {
         const int error = errno;
         close(descriptor);
         errno = error;
@@ -108,6 +121,18 @@ void AgentPort::Cancel() {
 }
 
 void AgentPort::Release() {
+    // A send that waits on the agent holds socketLock; shutting the connection down wakes it.
+    // A number closed and taken over meanwhile is a file, where shutdown fails, or this port's
+    // next connection, which is being released as well.
+    const int32_t descriptor = socketDescriptor;
+    if (descriptor != kNoSocket) {
+        shutdown(descriptor, SHUT_RDWR);
+    }
+    std::lock_guard<std::mutex> lock(socketLock);
+    CloseSocket();
+}
+
+void AgentPort::CloseSocket() {
     // Taken in one step so that Cancel and a failing send never close the same descriptor twice.
     const int32_t descriptor = socketDescriptor.exchange(kNoSocket);
     if (descriptor != kNoSocket) {
@@ -125,10 +150,17 @@ bool AgentPort::Send(std::shared_ptr<Packet> packet) {
     if (socketDescriptor == kNoSocket) {
         socketDescriptor = ConnectSocket();
     }
+    // Other threads close the socket only under this lock, so it stays open while it is written.
+    std::lock_guard<std::mutex> lock(socketLock);
+    // A Cancel during the connect found no connection to shut down; none may be written then.
+    if (cancelled) {
+        CloseSocket();
+        return false;
+    }
     const int32_t descriptor = socketDescriptor;
     if (descriptor == kNoSocket || !writeFrame(descriptor, *packet)) {
         tracer.WriteEntry("Can't send");
-        Release();
+        CloseSocket();
         return false;
     }
     LogPacket(TransferType::Outgoing, tracer, packet);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "communication/iPort.h"
@@ -30,20 +31,24 @@ class AgentPort : public IPort {
     // caller's thread (an empty callback then throws std::bad_function_call to the caller).
     void AsyncSend(std::shared_ptr<Packet> packet, std::function<void(bool)> callback) override;
 
-    // Final: every send after it fails without touching the socket. Any thread.
+    // Final: every send after it fails without touching the socket. Any thread; returns once a
+    // send under way has (one that waits on the agent is woken).
     void Cancel();
 
-    // Closes the connection, if any; the next packet connects again. Any thread.
+    // Closes the connection, if any, once a send under way has returned (one that waits on the
+    // agent is woken); the next packet connects again. Any thread.
     void Release();
 
   private:
     bool Send(std::shared_ptr<Packet> packet);  // worker thread only
     int32_t ConnectSocket();                    // worker thread only; -1 on failure
+    void CloseSocket();                         // socketLock held
 
     Tracer tracer;
     std::string socketPath;  // set by the constructor, then only read
     // Shared with Cancel and Release on other threads, hence atomic; -1 means no connection.
     std::atomic<int32_t> socketDescriptor{-1};
+    std::mutex socketLock;                // held while the socket is written to or closed
     std::atomic<bool> cancelled{false};   // set by Cancel, never cleared
     std::atomic<bool> connecting{false};  // true only while connect runs on the worker
     Active worker;

@@ -1,5 +1,9 @@
 #include "logger/dailyFileWriter.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <fstream>
 #include <future>
@@ -10,6 +14,30 @@
 #include "platform/utils.h"
 
 namespace fs = std::filesystem;
+
+namespace {
+
+// The log holds every message in full, so only its owner may read it. Folder and files are
+// created with these modes rather than changed afterwards, which would leave a moment in which
+// others could open them; an existing folder or file keeps its mode.
+constexpr mode_t kPrivateFolderMode = S_IRWXU;
+constexpr mode_t kPrivateFileMode = S_IRUSR | S_IWUSR;
+
+// Missing parents get the usual mode; only the log folder itself is private.
+void createPrivateFolder(const fs::path& folder) {
+    fs::create_directories(folder.parent_path());
+    mkdir(folder.c_str(), kPrivateFolderMode);
+}
+
+// Leaves the file for the stream to append to; a failure shows up as the stream's failed open.
+void createPrivateFile(const fs::path& file) {
+    const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, kPrivateFileMode);
+    if (descriptor != -1) {
+        close(descriptor);
+    }
+}
+
+}  // namespace
 
 DailyFileWriter::DailyFileWriter(const std::wstring& logFolder, size_t maxLogFiles,
                                  size_t maxFileSize, long deleteIntervalMs,
@@ -49,13 +77,15 @@ void DailyFileWriter::Flush() {
 void DailyFileWriter::WriteLine(const std::string& line) {
     DeleteExtraLogsEvery(deleteIntervalMs);
     // Opened and closed for every line, so nothing stays open across date changes or deletions.
-    std::ofstream file(PrepareLogPath(), std::ios::out | std::ios::app);
+    const fs::path path = PrepareLogPath();
+    createPrivateFile(path);
+    std::ofstream file(path, std::ios::out | std::ios::app);
     file << line << "\n" << std::flush;
 }
 
 void DailyFileWriter::CreateLogDirectory() const {
     try {
-        fs::create_directories(logFolder);
+        createPrivateFolder(logFolder);
     } catch (...) {
         // Shows up as a failed open later, which loses the line silently.
     }

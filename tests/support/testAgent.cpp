@@ -28,15 +28,20 @@ bool readableBy(int descriptor, Clock::time_point deadline) {
     }
 }
 
-}  // namespace
-
-TestAgent::TestAgent(const std::string& path, int backlog) : path_(path) {
+sockaddr_un addressOf(const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof(address.sun_path)) {
         throw std::runtime_error("socket path too long: " + path);
     }
     std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+    return address;
+}
+
+}  // namespace
+
+TestAgent::TestAgent(const std::string& path, int backlog) : path_(path) {
+    const sockaddr_un address = addressOf(path);
     listener_ = socket(AF_UNIX, SOCK_STREAM, 0);
     if (listener_ == -1 ||
         bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
@@ -51,6 +56,9 @@ TestAgent::TestAgent(const std::string& path, int backlog) : path_(path) {
 
 TestAgent::~TestAgent() {
     closeConnection();
+    if (occupant_ != -1) {
+        close(occupant_);
+    }
     close(listener_);
     unlink(path_.c_str());
 }
@@ -106,5 +114,13 @@ void TestAgent::closeConnection() {
     if (connection_ != -1) {
         close(connection_);
         connection_ = -1;
+    }
+}
+
+void TestAgent::occupyBacklog() {
+    const sockaddr_un address = addressOf(path_);
+    occupant_ = socket(AF_UNIX, SOCK_STREAM, 0);
+    if (connect(occupant_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+        throw std::runtime_error("cannot occupy the backlog of " + path_);
     }
 }

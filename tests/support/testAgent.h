@@ -34,8 +34,13 @@ class TestAgent {
     // Closes the current connection, as an agent that goes away does.
     void closeConnection();
 
+    // Connects a client of its own that is never accepted: with a backlog of 0 every further
+    // connect then waits, on Linux, as long as nothing is accepted.
+    void occupyBacklog();
+
   private:
     std::string path_;
     int listener_ = -1;
     int connection_ = -1;
+    int occupant_ = -1;
 };
