@@ -125,3 +125,22 @@ TEST_F(ForwarderTest, CallbacksAfterDestructionForwardAndLogNothing) {
     EXPECT_EQ(destination->sent, std::vector<std::string>{"in flight"});
     EXPECT_TRUE(writer->lines().empty());
 }
+
+TEST(ForwarderRefusalTest, SendRefusedOnTheCallersThreadKeepsTheChainGoing) {
+    // Like the agent port while it connects: the packet is turned away inside AsyncSend.
+    class RefusingPort : public IPort {
+      public:
+        void AsyncReceive(std::function<void(std::shared_ptr<Packet>)>) override {}
+        void AsyncSend(std::shared_ptr<Packet>, std::function<void(bool)> callback) override {
+            callback(false);
+        }
+    };
+    auto writer = std::make_shared<RecordingWriter>();
+    auto source = std::make_shared<ManualPort>();
+    {
+        Forwarder forwarder(source, std::make_shared<RefusingPort>(), writer, "EXT->AGT");
+        source->receives.answer(packetWith("refused"));
+        source->receives.answer(nullptr);  // comes only if the chain went on
+    }
+    EXPECT_TRUE(writer->lines().empty());
+}
