@@ -78,7 +78,7 @@ ForwardingFigures runForwarding(const ForwardingProgram& forwarder, const std::s
                                 std::size_t frames) {
     const std::string payload = payloadOfSize(size);
     TimedAgent agent(socketPath, payload, frames);
-    HostProcess process(forwarder.program, forwarder.arguments, workDir);
+    HostProcess process(forwarder.arguments, workDir, forwarder.program);
     std::this_thread::sleep_for(kSettle);
     std::vector<Clock::time_point> writes;
     for (std::size_t i = 0; i < frames; ++i) {

@@ -33,14 +33,6 @@ std::string entryFor(const std::string& home) {
            ":Quorvel test user:" + home + ":/bin/sh\n";
 }
 
-int exitStatusOf(pid_t child) {
-    int status = 0;
-    if (waitpid(child, &status, 0) != child) {
-        return 1;
-    }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
 }  // namespace
 
 int rerunUnderFakeUser(int, char** argv) {
@@ -70,9 +62,10 @@ int rerunUnderFakeUser(int, char** argv) {
     std::ofstream(folder / "passwd") << entryFor(fakeHome);
 
     pid_t child = 0;
-    int status = posix_spawnp(&child, argv[0], nullptr, nullptr, argv, environ) == 0
-                     ? exitStatusOf(child)
-                     : 1;
+    int raw = 0;
+    const bool ran = posix_spawnp(&child, argv[0], nullptr, nullptr, argv, environ) == 0 &&
+                     waitpid(child, &raw, 0) == child;
+    const int status = !ran ? 1 : WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
     std::filesystem::remove_all(folder);
     return status;
 }

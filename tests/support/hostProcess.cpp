@@ -18,17 +18,6 @@ extern char** environ;
 
 namespace {
 
-void writeAll(int descriptor, const char* bytes, std::size_t size) {
-    while (size > 0) {
-        const ssize_t written = write(descriptor, bytes, size);
-        if (written <= 0) {
-            throw std::runtime_error("cannot write to the host's input");
-        }
-        bytes += written;
-        size -= static_cast<std::size_t>(written);
-    }
-}
-
 double secondsOf(const timeval& time) {
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
 }
@@ -48,11 +37,7 @@ std::size_t residentHighWaterKiB(pid_t pid) {
 }  // namespace
 
 HostProcess::HostProcess(const std::vector<std::string>& arguments,
-                         const std::filesystem::path& workDir)
-    : HostProcess(QUORVEL_HOST_EXECUTABLE, arguments, workDir) {}
-
-HostProcess::HostProcess(const std::string& program, const std::vector<std::string>& arguments,
-                         const std::filesystem::path& workDir) {
+                         const std::filesystem::path& workDir, const std::string& program) {
     int inputPipe[2];
     int outPipe[2];
     if (pipe(inputPipe) != 0 || pipe(outPipe) != 0) {
@@ -66,11 +51,10 @@ HostProcess::HostProcess(const std::string& program, const std::vector<std::stri
     posix_spawn_file_actions_addclose(&actions, outPipe[0]);
     posix_spawn_file_actions_addchdir_np(&actions, workDir.c_str());
 
-    std::vector<std::string> argvStrings{program};
-    argvStrings.insert(argvStrings.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (auto& argument : argvStrings) {
-        argv.push_back(argument.data());
+    const std::string executable = program.empty() ? QUORVEL_HOST_EXECUTABLE : program;
+    std::vector<char*> argv{const_cast<char*>(executable.c_str())};
+    for (const auto& argument : arguments) {
+        argv.push_back(const_cast<char*>(argument.c_str()));
     }
     argv.push_back(nullptr);
     const int failed = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
@@ -79,6 +63,7 @@ HostProcess::HostProcess(const std::string& program, const std::vector<std::stri
     close(outPipe[1]);
     input = inputPipe[1];
     outputPipe = outPipe[0];
+    // So that no host started later keeps this one's input open.
     fcntl(input, F_SETFD, FD_CLOEXEC);
     fcntl(outputPipe, F_SETFD, FD_CLOEXEC);
     if (failed != 0) {
@@ -99,8 +84,15 @@ HostProcess::~HostProcess() {
 
 void HostProcess::writeFrame(const std::string& payload) {
     const uint32_t length = static_cast<uint32_t>(payload.size());
-    writeAll(input, reinterpret_cast<const char*>(&length), sizeof(length));
-    writeAll(input, payload.data(), payload.size());
+    const std::string frame =
+        std::string(reinterpret_cast<const char*>(&length), sizeof(length)) + payload;
+    for (std::size_t done = 0; done < frame.size();) {
+        const ssize_t written = write(input, frame.data() + done, frame.size() - done);
+        if (written <= 0) {
+            throw std::runtime_error("cannot write to the host's input");
+        }
+        done += static_cast<std::size_t>(written);
+    }
 }
 
 void HostProcess::closeInput() {

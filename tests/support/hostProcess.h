@@ -13,9 +13,9 @@
 // of the tests.
 class HostProcess {
   public:
-    HostProcess(const std::vector<std::string>& arguments, const std::filesystem::path& workDir);
-    HostProcess(const std::string& program, const std::vector<std::string>& arguments,
-                const std::filesystem::path& workDir);
+    // An empty program stands for the host.
+    HostProcess(const std::vector<std::string>& arguments, const std::filesystem::path& workDir,
+                const std::string& program = "");
     ~HostProcess();  // kills the host if it still runs
 
     HostProcess(const HostProcess&) = delete;

@@ -5,35 +5,24 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <chrono>
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <stdexcept>
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-constexpr std::chrono::seconds kDeadline(20);
+constexpr int kDeadlineMs = 20000;
 
 // Waits until the descriptor is readable (data, end of stream or a pending connection).
-bool readableBy(int descriptor, Clock::time_point deadline) {
-    for (;;) {
-        const auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-        pollfd entry{descriptor, POLLIN, 0};
-        const int ready = poll(&entry, 1, left.count() > 0 ? static_cast<int>(left.count()) : 0);
-        if (ready != 0 || left.count() <= 0) {
-            return ready > 0;
-        }
-    }
+bool readable(int descriptor, int timeoutMs = kDeadlineMs) {
+    pollfd entry{descriptor, POLLIN, 0};
+    return poll(&entry, 1, timeoutMs) > 0;
 }
 
 sockaddr_un addressOf(const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof(address.sun_path)) {
-        throw std::runtime_error("socket path too long: " + path);
-    }
     std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
     return address;
 }
@@ -43,14 +32,9 @@ sockaddr_un addressOf(const std::string& path) {
 TestAgent::TestAgent(const std::string& path, int backlog) : path_(path) {
     const sockaddr_un address = addressOf(path);
     listener_ = socket(AF_UNIX, SOCK_STREAM, 0);
-    if (listener_ == -1 ||
-        bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
+    if (bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
         listen(listener_, backlog) != 0) {
-        const std::string error = std::strerror(errno);
-        if (listener_ != -1) {
-            close(listener_);
-        }
-        throw std::runtime_error("cannot listen at " + path + ": " + error);
+        throw std::runtime_error("cannot listen at " + path + ": " + std::strerror(errno));
     }
 }
 
@@ -64,7 +48,7 @@ TestAgent::~TestAgent() {
 }
 
 bool TestAgent::acceptConnection() {
-    if (!readableBy(listener_, Clock::now() + kDeadline)) {
+    if (!readable(listener_)) {
         return false;
     }
     closeConnection();
@@ -73,14 +57,13 @@ bool TestAgent::acceptConnection() {
 }
 
 bool TestAgent::hasPendingConnection() const {
-    return readableBy(listener_, Clock::now());
+    return readable(listener_, 0);
 }
 
 std::string TestAgent::read(std::size_t count) {
-    const auto deadline = Clock::now() + kDeadline;
     std::string bytes(count, '\0');
     std::size_t received = 0;
-    while (received < count && readableBy(connection_, deadline)) {
+    while (received < count && readable(connection_)) {
         const ssize_t got = recv(connection_, &bytes[received], count - received, 0);
         if (got <= 0) {
             break;
@@ -92,22 +75,19 @@ std::string TestAgent::read(std::size_t count) {
 }
 
 std::optional<std::string> TestAgent::readFrame() {
-    const std::string header = read(sizeof(uint32_t));
-    if (header.size() != sizeof(uint32_t)) {
+    uint32_t length = 0;
+    const std::string header = read(sizeof(length));
+    if (header.size() != sizeof(length)) {
         return std::nullopt;
     }
-    uint32_t length = 0;
     std::memcpy(&length, header.data(), sizeof(length));
     std::string payload = read(length);
-    if (payload.size() != length) {
-        return std::nullopt;
-    }
-    return payload;
+    return payload.size() == length ? std::optional<std::string>(payload) : std::nullopt;
 }
 
 bool TestAgent::waitForEnd() {
     char byte = 0;
-    return readableBy(connection_, Clock::now() + kDeadline) && recv(connection_, &byte, 1, 0) == 0;
+    return readable(connection_) && recv(connection_, &byte, 1, 0) == 0;
 }
 
 void TestAgent::closeConnection() {

@@ -22,7 +22,7 @@ class TestAgent {
     // Whether a connection waits to be accepted right now; does not wait.
     bool hasPendingConnection() const;
 
-    // Reads count bytes from the current connection; fewer when it ends or the deadline passes.
+    // Reads count bytes from the current connection; fewer when it ends or a wait times out.
     std::string read(std::size_t count);
 
     // The payload of the next frame, or nothing when the connection ends or the deadline passes.
