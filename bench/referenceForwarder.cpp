@@ -15,12 +15,12 @@
 #include <iostream>
 #include <vector>
 
+#include "platform/utils.h"
+
 namespace {
 
 int connectTo(const char* path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path, sizeof(address.sun_path) - 1);
+    const sockaddr_un address = localSocketAddress(path);
     const int descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
     if (descriptor < 0 ||
         connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {

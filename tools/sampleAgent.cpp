@@ -25,16 +25,9 @@ void onSignal(int) {
     interrupted = 1;
 }
 
-sockaddr_un addressOf(const std::string& path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
-    return address;
-}
-
 bool somethingListensOn(const std::string& path) {
     const int probe = socket(AF_UNIX, SOCK_STREAM, 0);
-    const sockaddr_un address = addressOf(path);
+    const sockaddr_un address = localSocketAddress(path);
     const bool listening =
         connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
     close(probe);
@@ -44,7 +37,7 @@ bool somethingListensOn(const std::string& path) {
 int listenOn(const std::string& path) {
     unlink(path.c_str());  // a stale socket file left by an earlier run
     const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
-    const sockaddr_un address = addressOf(path);
+    const sockaddr_un address = localSocketAddress(path);
     if (listener < 0 ||
         bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
         listen(listener, 4) != 0) {

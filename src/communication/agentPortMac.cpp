@@ -63,15 +63,6 @@ int32_t createSocket() {
     return descriptor;
 }
 
-// The platform's own local address; the limit keeps the path field zero-terminated.
-sockaddr_un localAddress(const std::string& path) {
-    sockaddr_un address;
-    std::memset(&address, 0, sizeof(address));
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
-    return address;
-}
-
 // One call; a short write counts as a failure.
 bool writeWhole(int32_t descriptor, const void* bytes, std::size_t count) {
     const ssize_t written = writeToSocket(descriptor, bytes, count);
@@ -144,7 +135,7 @@ bool AgentPort::Send(std::shared_ptr<Packet> packet) {
     if (cancelled) {
         return false;
     }
-    if (!packet || packet->size == 0 || packet->data == nullptr) {
+    if (!hasContent(packet)) {
         return false;
     }
     if (socketDescriptor == kNoSocket) {
@@ -173,7 +164,7 @@ int32_t AgentPort::ConnectSocket() {
         tracer.WriteEntry(std::string("Error creating socket ") + std::strerror(errno));
         return kNoSocket;
     }
-    const sockaddr_un address = localAddress(socketPath);
+    const sockaddr_un address = localSocketAddress(socketPath);
     connecting = true;
     const int result =
         connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof(address));

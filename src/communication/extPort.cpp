@@ -79,7 +79,7 @@ std::shared_ptr<Packet> ExtPort::Receive() {
 }
 
 bool ExtPort::Send(std::shared_ptr<Packet> packet) {
-    if (cancelled || !packet || packet->size == 0 || packet->data == nullptr) {
+    if (cancelled || !hasContent(packet)) {
         return false;
     }
     // A half-written frame is left as it is; a short write is not retried.

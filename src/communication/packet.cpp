@@ -17,6 +17,10 @@ void releasePayload(Packet* packet) {
 
 }  // namespace
 
+bool hasContent(const std::shared_ptr<Packet>& packet) {
+    return packet && packet->size != 0 && packet->data != nullptr;
+}
+
 std::shared_ptr<Packet> makePacket() {
     return std::shared_ptr<Packet>(new Packet(), releasePayload);
 }

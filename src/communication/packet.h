@@ -13,6 +13,9 @@ struct Packet {
     uint64_t size;
 };
 
+// Whether the packet has bytes to pass on; every consumer tests this before touching them.
+bool hasContent(const std::shared_ptr<Packet>& packet);
+
 // The only way to make a packet: the returned pointer frees the payload when the last
 // owner lets go. Throws std::bad_alloc.
 std::shared_ptr<Packet> makePacket();

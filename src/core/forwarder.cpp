@@ -53,7 +53,7 @@ class Forwarder::State : public std::enable_shared_from_this<State> {
         if (!packet) {
             return;
         }
-        if (packet->size != 0 && packet->data != nullptr) {
+        if (hasContent(packet)) {
             destination->AsyncSend(packet, [self = weak_from_this()](bool sent) {
                 ifNotRetired(self, [sent](State& state) { state.onSent(sent); });
             });

@@ -1,9 +1,11 @@
 #include "platform/utils.h"
 
 #include <pwd.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 #include <iomanip>
 #include <sstream>
@@ -88,6 +90,13 @@ uint64_t GetTickCount() {
 #endif
 }
 
+sockaddr_un localSocketAddress(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+    return address;
+}
+
 std::tm getLocalTime() {
     const std::time_t now = std::time(nullptr);
     std::tm local{};
@@ -96,7 +105,7 @@ std::tm getLocalTime() {
 }
 
 void LogPacket(TransferType type, ITracer& tracer, std::shared_ptr<Packet> packet) {
-    if (!packet || packet->size == 0 || packet->data == nullptr) {
+    if (!hasContent(packet)) {
         return;
     }
     const std::string size = std::to_string(packet->size);

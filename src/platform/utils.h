@@ -1,6 +1,8 @@
 #pragma once
 
+#include <sys/un.h>
 #include <array>
+
 #include <cstdint>
 #include <ctime>
 #include <memory>
@@ -23,6 +25,9 @@ uint64_t GetTickCount();
 
 // The current local time, safe to call from any thread.
 std::tm getLocalTime();
+
+// The platform's own local-socket address for the path, cut so that it stays zero-terminated.
+sockaddr_un localSocketAddress(const std::string& path);
 
 enum class TransferType : uint32_t { Incoming = 0, Outgoing = 1 };
 

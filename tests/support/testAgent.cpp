@@ -10,6 +10,8 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "platform/utils.h"
+
 namespace {
 
 constexpr int kDeadlineMs = 20000;
@@ -20,17 +22,10 @@ bool readable(int descriptor, int timeoutMs = kDeadlineMs) {
     return poll(&entry, 1, timeoutMs) > 0;
 }
 
-sockaddr_un addressOf(const std::string& path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
-    return address;
-}
-
 }  // namespace
 
 TestAgent::TestAgent(const std::string& path, int backlog) : path_(path) {
-    const sockaddr_un address = addressOf(path);
+    const sockaddr_un address = localSocketAddress(path);
     listener_ = socket(AF_UNIX, SOCK_STREAM, 0);
     if (bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
         listen(listener_, backlog) != 0) {
@@ -98,7 +93,7 @@ void TestAgent::closeConnection() {
 }
 
 void TestAgent::occupyBacklog() {
-    const sockaddr_un address = addressOf(path_);
+    const sockaddr_un address = localSocketAddress(path_);
     occupant_ = socket(AF_UNIX, SOCK_STREAM, 0);
     if (connect(occupant_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
         throw std::runtime_error("cannot occupy the backlog of " + path_);
