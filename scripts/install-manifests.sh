@@ -54,19 +54,26 @@ fail() {
 # One line per browser: family|name|profile folders|user manifest folder|system manifest
 # folders|sandboxed builds' folders. Profile, user and sandbox folders are under the home
 # folder, system folders under MANIFEST_ROOT; lists are separated by ';'. A browser is in use
-# when one of its profile folders exists; a sandboxed build cannot start a host of the system.
-# A Chromium-family browser reads NativeMessagingHosts in its user data folder, and one
-# system folder shared by all channels of a brand (Chromium chrome/common/chrome_paths.cc).
+# when one of its profile folders exists. Where each browser looks, and the source that says so:
+# - Chromium family: NativeMessagingHosts in the user data folder, and one system folder for
+#   all channels of a brand (Chromium chrome/common/chrome_paths.cc).
+# - Chrome's channels: Chromium docs/user_data_dir.md, docs/mac/flavors_of_chrome.md; Linux
+#   has no Canary.
+# - Edge: its developer guide, "Native messaging", which names the Beta, Dev and Canary
+#   folders on macOS and only the stable channel's on Linux.
+# - Brave reads Chrome's system folder, and on macOS Chrome's user folder too, instead of its
+#   own (brave-core app/brave_main_delegate.cc): on macOS Chrome's is written for Brave users.
+# - Vivaldi: its published source, chrome_paths_mac.mm and chrome_paths_linux.cc; its system
+#   folder is Chromium's in current releases, Chrome's in older ones (chrome_paths.cc).
+# - Firefox, its Developer Edition and Nightly share one folder (Firefox
+#   NativeManifests.sys.mjs, MDN "Native manifests"); it keeps ~/.mozilla for them where its
+#   profiles moved to ~/.config, and reads /usr/lib64 for /usr/lib where built so.
+# - LibreWolf: its source, patches/mozilla_dirs.patch, renames Firefox's folders.
+# - Sandboxes on Linux: a Flatpak browser cannot start a host outside it; Chromium's snap
+#   runs the host in its confinement; Firefox's snap reads the usual folders through a portal.
 browsers() {
     if [ "$platform" = Darwin ]; then
         local support="Library/Application Support"
-        # User data folders of Chrome's channels: Chromium docs/user_data_dir.md and
-        # docs/mac/flavors_of_chrome.md. Brave reads Chrome's folders, user and system, not
-        # its own (brave-core app/brave_main_delegate.cc), so Chrome's is written for it too.
-        # Edge: its developer guide, "Native messaging" (Beta, Dev, Canary by name).
-        # Firefox, whose Developer Edition and Nightly read the same folder: Firefox
-        # NativeManifests.sys.mjs and MDN "Native manifests". LibreWolf: its source,
-        # patches/mozilla_dirs.patch, renames Mozilla to LibreWolf in those folders.
         printf '%s\n' \
             "chrome|Google Chrome|$support/Google/Chrome;$support/BraveSoftware/Brave-Browser|$support/Google/Chrome/NativeMessagingHosts|/Library/Google/Chrome/NativeMessagingHosts|" \
             "chrome|Google Chrome Beta|$support/Google/Chrome Beta|$support/Google/Chrome Beta/NativeMessagingHosts||" \
@@ -78,38 +85,36 @@ browsers() {
             "chrome|Microsoft Edge Dev|$support/Microsoft Edge Dev|$support/Microsoft Edge Dev/NativeMessagingHosts||" \
             "chrome|Microsoft Edge Canary|$support/Microsoft Edge Canary|$support/Microsoft Edge Canary/NativeMessagingHosts||" \
             "chrome|Brave|$support/BraveSoftware/Brave-Browser|$support/BraveSoftware/Brave-Browser/NativeMessagingHosts||" \
-            "firefox|Firefox|$support/Firefox|$support/Mozilla/NativeMessagingHosts|/Library/Application Support/Mozilla/NativeMessagingHosts|" \
+            "chrome|Vivaldi|$support/Vivaldi|$support/Vivaldi/NativeMessagingHosts||" \
+            "firefox|Firefox (also Developer Edition and Nightly)|$support/Firefox|$support/Mozilla/NativeMessagingHosts|/Library/Application Support/Mozilla/NativeMessagingHosts|" \
             "firefox|LibreWolf|$support/LibreWolf|$support/LibreWolf/NativeMessagingHosts|/Library/Application Support/LibreWolf/NativeMessagingHosts|"
     else
-        # Chrome's channels: Chromium docs/user_data_dir.md (Chrome has no Canary on Linux).
-        # Edge: its developer guide names only the stable channel's folder. Brave reads
-        # Chrome's system folder (brave-core). Firefox keeps ~/.mozilla for manifests where its
-        # profiles moved to ~/.config; its snap reads these folders through a portal, its
-        # Flatpak cannot start a host, nor can Chromium's snap. Firefox and LibreWolf read
-        # /usr/lib64 instead of /usr/lib where the distribution builds them so.
         printf '%s\n' \
             "chrome|Google Chrome|.config/google-chrome|.config/google-chrome/NativeMessagingHosts|/etc/opt/chrome/native-messaging-hosts|.var/app/com.google.Chrome" \
             "chrome|Google Chrome Beta|.config/google-chrome-beta|.config/google-chrome-beta/NativeMessagingHosts||" \
             "chrome|Google Chrome Dev|.config/google-chrome-unstable|.config/google-chrome-unstable/NativeMessagingHosts||" \
             "chrome|Chromium|.config/chromium|.config/chromium/NativeMessagingHosts|/etc/chromium/native-messaging-hosts|.var/app/org.chromium.Chromium;snap/chromium" \
             "chrome|Microsoft Edge|.config/microsoft-edge|.config/microsoft-edge/NativeMessagingHosts|/etc/opt/edge/native-messaging-hosts|.var/app/com.microsoft.Edge" \
-            "chrome|Brave|.config/BraveSoftware/Brave-Browser|.config/BraveSoftware/Brave-Browser/NativeMessagingHosts||.var/app/com.brave.Browser;snap/brave" \
-            "firefox|Firefox|.mozilla;.config/mozilla;snap/firefox|.mozilla/native-messaging-hosts|/usr/lib/mozilla/native-messaging-hosts;/usr/lib64/mozilla/native-messaging-hosts|.var/app/org.mozilla.firefox" \
+            "chrome|Brave|.config/BraveSoftware/Brave-Browser|.config/BraveSoftware/Brave-Browser/NativeMessagingHosts||.var/app/com.brave.Browser" \
+            "chrome|Vivaldi|.config/vivaldi|.config/vivaldi/NativeMessagingHosts||.var/app/com.vivaldi.Vivaldi" \
+            "firefox|Firefox (also Developer Edition and Nightly)|.mozilla;.config/mozilla;snap/firefox|.mozilla/native-messaging-hosts|/usr/lib/mozilla/native-messaging-hosts;/usr/lib64/mozilla/native-messaging-hosts|.var/app/org.mozilla.firefox" \
             "firefox|LibreWolf|.librewolf|.librewolf/native-messaging-hosts|/usr/lib/librewolf/native-messaging-hosts;/usr/lib64/librewolf/native-messaging-hosts|.var/app/io.gitlab.librewolf-community"
     fi
 }
 
-# Prints the items of a ';'-separated list, one a line.
-items() {
-    [ -z "$1" ] || tr ';' '\n' <<<"$1"
+# Splits a ';'-separated list into the array listItems.
+split_list() {
+    listItems=()
+    [ -z "$1" ] || IFS=';' read -r -a listItems <<<"$1"
 }
 
-# Prints the first folder of the list, under the home folder, that exists.
+# Sets existingFolder to the first folder of the list, under the home folder, that exists.
 first_existing() {
     local folder
-    while IFS= read -r folder; do
-        [ ! -d "$home/$folder" ] || { echo "$home/$folder"; return 0; }
-    done < <(items "$1")
+    split_list "$1"
+    for folder in ${listItems[@]+"${listItems[@]}"}; do
+        [ ! -d "$home/$folder" ] || { existingFolder="$home/$folder"; return 0; }
+    done
     return 1
 }
 
@@ -194,22 +199,23 @@ write_manifest() {
 }
 
 install_for_user() {
-    local family=$1 name=$2 profiles=$3 folder=$4 sandboxed=$5 sandbox
-    if first_existing "$profiles" >/dev/null || [ "$all" = true ]; then
+    local family=$1 name=$2 profiles=$3 folder=$4 sandboxed=$5
+    if first_existing "$profiles" || [ "$all" = true ]; then
         write_manifest "$family" "$name" "$home/$folder"
-    elif sandbox=$(first_existing "$sandboxed"); then
-        echo "$name: skipped, $(sandbox_note "${sandbox#"$home/"}")"
+    elif first_existing "$sandboxed"; then
+        echo "$name: skipped, $(sandbox_note "${existingFolder#"$home/"}")"
     else
         echo "$name: skipped, no profile folder ($home/${profiles%%;*}; --all writes it anyway)"
     fi
 }
 
 install_for_system() {
-    local family=$1 name=$2 folders=$3 folder
-    [ -n "$folders" ] || { echo "$name: no system folder of its own"; return 0; }
-    while IFS= read -r folder; do
+    local family=$1 name=$2 folder
+    [ -n "$3" ] || { echo "$name: no system folder of its own"; return 0; }
+    split_list "$3"
+    for folder in "${listItems[@]}"; do
         write_manifest "$family" "$name" "$root$folder"
-    done < <(items "$folders")
+    done
 }
 
 install_manifests() {
@@ -267,9 +273,10 @@ manifest_folders() {
     fi
     while IFS='|' read -r family name profiles userFolder systemFolders sandboxed; do
         if [ "$system" = true ]; then
-            while IFS= read -r systemFolder; do
+            split_list "$systemFolders"
+            for systemFolder in ${listItems[@]+"${listItems[@]}"}; do
                 echo "$name|$root$systemFolder"
-            done < <(items "$systemFolders")
+            done
         else
             echo "$name|$home/$userFolder"
         fi
@@ -284,20 +291,41 @@ uninstall_manifests() {
 }
 
 # What status understands of a manifest, without jq: the JSON this script writes, and JSON
-# edited by hand with each key once and its value on the key's line or the lines after it.
-# It does not decode \u escapes.
-manifest_text=""
+# edited by hand, with each key once. It takes the first of repeated keys, does not decode \u
+# escapes and does not see a key in a string value.
+readonly JSON_STRING='"(([^"\\]|\\.)*)"'
+manifestText=""
 
-# Prints the string value of KEY in manifest_text, unescaped.
-manifest_string() {
-    sed -nE "s/.*\"$1\"[[:space:]]*:[[:space:]]*\"(([^\"\\\\]|\\\\.)*)\".*/\1/p" <<<"$manifest_text" |
-        sed -E 's/\\(.)/\1/g'
+# Sets unescaped to the JSON string content TEXT with its escapes undone.
+unescape() {
+    local rest=$1 pattern='^([^\\]*)\\(.)(.*)$'
+    unescaped=""
+    while [[ $rest =~ $pattern ]]; do
+        unescaped+=${BASH_REMATCH[1]}${BASH_REMATCH[2]}
+        rest=${BASH_REMATCH[3]}
+    done
+    unescaped+=$rest
 }
 
-# Prints each string of the array KEY in manifest_text, unescaped, one a line.
+# Sets unescaped to the string value of KEY in manifestText, or to nothing.
+manifest_string() {
+    local pattern="\"$1\"[[:space:]]*:[[:space:]]*$JSON_STRING"
+    unescaped=""
+    [[ $manifestText =~ $pattern ]] || return 0
+    unescape "${BASH_REMATCH[1]}"
+}
+
+# Sets manifestStrings to the strings of the array KEY in manifestText.
 manifest_strings() {
-    sed -nE "s/.*\"$1\"[[:space:]]*:[[:space:]]*\[([^]]*)\].*/\1/p" <<<"$manifest_text" |
-        { grep -oE '"([^"\\]|\\.)*"' || true; } | sed -E 's/^"//; s/"$//; s/\\(.)/\1/g'
+    local pattern="\"$1\"[[:space:]]*:[[:space:]]*\[([^]]*)\]" item="^[^\"]*$JSON_STRING(.*)$" rest
+    manifestStrings=()
+    [[ $manifestText =~ $pattern ]] || return 0
+    rest=${BASH_REMATCH[1]}
+    while [[ $rest =~ $item ]]; do
+        rest=${BASH_REMATCH[3]}
+        unescape "${BASH_REMATCH[1]}"
+        manifestStrings+=("$unescaped")
+    done
 }
 
 is_allowed_entry() {
@@ -308,31 +336,29 @@ is_allowed_entry() {
     fi
 }
 
-allowed_key() {
-    if [ "$1" = chrome ]; then echo allowed_origins; else echo allowed_extensions; fi
-}
-
 # Reads FILE, a manifest of the FAMILY, into manifestPath, pathIsExecutable, allowedIds,
 # malformedIds and problems (empty when the manifest is sound).
 inspect_manifest() {
-    local family=$1 file=$2 id
-    manifest_text=$(tr '\r\n' '  ' <"$file")
-    manifestPath=$(manifest_string path) pathIsExecutable=false
-    allowedIds=() malformedIds=() problems=()
-    [ "$(manifest_string name)" = "$HOST_NAME" ] || problems+=("its name is not $HOST_NAME")
-    [ "$(manifest_string type)" = stdio ] || problems+=("its type is not stdio")
+    local family=$1 key=allowed_extensions id
+    [ "$family" = firefox ] || key=allowed_origins
+    read -r -d '' manifestText <"$2" || true
+    pathIsExecutable=false malformedIds=() problems=()
+    manifest_string name
+    [ "$unescaped" = "$HOST_NAME" ] || problems+=("its name is not $HOST_NAME")
+    manifest_string type
+    [ "$unescaped" = stdio ] || problems+=("its type is not stdio")
+    manifest_string path
+    manifestPath=$unescaped
     if [[ $manifestPath == /* ]] && [ -f "$manifestPath" ] && [ -x "$manifestPath" ]; then
         pathIsExecutable=true
     else
         problems+=("its path is not an executable file: '$manifestPath'")
     fi
-    while IFS= read -r id; do
-        allowedIds+=("$id")
-        is_allowed_entry "$family" "$id" || malformedIds+=("$id")
-    done < <(manifest_strings "$(allowed_key "$family")")
-    [ "${#allowedIds[@]}" -gt 0 ] || problems+=("it allows no id in $(allowed_key "$family")")
-    for id in ${malformedIds[@]+"${malformedIds[@]}"}; do
-        problems+=("malformed id: '$id'")
+    manifest_strings "$key"
+    allowedIds=(${manifestStrings[@]+"${manifestStrings[@]}"})
+    [ "${#allowedIds[@]}" -gt 0 ] || problems+=("it allows no id in $key")
+    for id in ${allowedIds[@]+"${allowedIds[@]}"}; do
+        is_allowed_entry "$family" "$id" || { malformedIds+=("$id"); problems+=("malformed id: '$id'"); }
     done
 }
 
@@ -407,18 +433,19 @@ check_manifest() {
 # FAMILY NAME PROFILES USER-FOLDER SYSTEM-FOLDERS SANDBOXED
 check_browser() {
     local profile note="" systemFolder
-    if profile=$(first_existing "$3"); then
-        note=$profile profile=found
-    elif profile=$(first_existing "$6"); then
-        note=$(sandbox_note "${profile#"$home/"}") profile=sandboxed
+    if first_existing "$3"; then
+        note=$existingFolder profile=found
+    elif first_existing "$6"; then
+        note=$(sandbox_note "${existingFolder#"$home/"}") profile=sandboxed
     else
         profile=missing
     fi
     "report_browser_$format" "$2" "$1" "$profile" "$note"
     check_manifest "$1" user "$home/$4"
-    while IFS= read -r systemFolder; do
+    split_list "$5"
+    for systemFolder in ${listItems[@]+"${listItems[@]}"}; do
         check_manifest "$1" system "$root$systemFolder"
-    done < <(items "$5")
+    done
 }
 
 report_status() {

@@ -147,7 +147,7 @@ uninstall_leaves_nothing
 "$script" install --all --executable "$host" "${ids[@]}" >/dev/null
 expect_manifests home/.mozilla/native-messaging-hosts home/.librewolf/native-messaging-hosts \
     home/.config/{google-chrome,google-chrome-beta,google-chrome-unstable,chromium}/NativeMessagingHosts \
-    home/.config/{microsoft-edge,BraveSoftware/Brave-Browser}/NativeMessagingHosts
+    home/.config/{microsoft-edge,BraveSoftware/Brave-Browser,vivaldi}/NativeMessagingHosts
 expect_sound_status '.sound'
 uninstall_leaves_nothing
 
