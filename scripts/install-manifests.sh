@@ -86,7 +86,7 @@ browsers() {
             "chrome|Microsoft Edge Canary|$support/Microsoft Edge Canary|$support/Microsoft Edge Canary/NativeMessagingHosts||" \
             "chrome|Brave|$support/BraveSoftware/Brave-Browser|$support/BraveSoftware/Brave-Browser/NativeMessagingHosts||" \
             "chrome|Vivaldi|$support/Vivaldi|$support/Vivaldi/NativeMessagingHosts||" \
-            "firefox|Firefox (also Developer Edition and Nightly)|$support/Firefox|$support/Mozilla/NativeMessagingHosts|/Library/Application Support/Mozilla/NativeMessagingHosts|" \
+            "firefox|Firefox (with Developer Edition, Nightly)|$support/Firefox|$support/Mozilla/NativeMessagingHosts|/Library/Application Support/Mozilla/NativeMessagingHosts|" \
             "firefox|LibreWolf|$support/LibreWolf|$support/LibreWolf/NativeMessagingHosts|/Library/Application Support/LibreWolf/NativeMessagingHosts|"
     else
         printf '%s\n' \
@@ -97,7 +97,7 @@ browsers() {
             "chrome|Microsoft Edge|.config/microsoft-edge|.config/microsoft-edge/NativeMessagingHosts|/etc/opt/edge/native-messaging-hosts|.var/app/com.microsoft.Edge" \
             "chrome|Brave|.config/BraveSoftware/Brave-Browser|.config/BraveSoftware/Brave-Browser/NativeMessagingHosts||.var/app/com.brave.Browser" \
             "chrome|Vivaldi|.config/vivaldi|.config/vivaldi/NativeMessagingHosts||.var/app/com.vivaldi.Vivaldi" \
-            "firefox|Firefox (also Developer Edition and Nightly)|.mozilla;.config/mozilla;snap/firefox|.mozilla/native-messaging-hosts|/usr/lib/mozilla/native-messaging-hosts;/usr/lib64/mozilla/native-messaging-hosts|.var/app/org.mozilla.firefox" \
+            "firefox|Firefox (with Developer Edition, Nightly)|.mozilla;.config/mozilla;snap/firefox|.mozilla/native-messaging-hosts|/usr/lib/mozilla/native-messaging-hosts;/usr/lib64/mozilla/native-messaging-hosts|.var/app/org.mozilla.firefox" \
             "firefox|LibreWolf|.librewolf|.librewolf/native-messaging-hosts|/usr/lib/librewolf/native-messaging-hosts;/usr/lib64/librewolf/native-messaging-hosts|.var/app/io.gitlab.librewolf-community"
     fi
 }
@@ -291,8 +291,7 @@ uninstall_manifests() {
 }
 
 # What status understands of a manifest, without jq: the JSON this script writes, and JSON
-# edited by hand, with each key once. It takes the first of repeated keys, does not decode \u
-# escapes and does not see a key in a string value.
+# edited by hand. It takes the first of repeated keys and does not decode \u escapes.
 readonly JSON_STRING='"(([^"\\]|\\.)*)"'
 manifestText=""
 
@@ -395,9 +394,9 @@ report_manifest_json() {
     manifestSeparator=,
 }
 
-# NAME FAMILY PROFILE NOTE: PROFILE is found, missing or sandboxed, NOTE says more.
+# NAME FAMILY PROFILE NOTE: PROFILE is found, missing, sandboxed or unknown, NOTE says more.
 report_browser_text() {
-    echo "$1 ($2 family): profile $3${4:+: $4}"
+    echo "$1: profile $3${4:+: $4}"
 }
 
 report_browser_json() {
@@ -453,7 +452,7 @@ report_status() {
     allSound=true browserSeparator="" manifestSeparator=""
     [ "$format" = text ] || printf '{\n  "browsers": ['
     if [ -n "$folder" ]; then
-        "report_browser_$format" "$folder" "$folderFamily" found ""
+        "report_browser_$format" "$folder" "$folderFamily" unknown ""
         check_manifest "$folderFamily" folder "$folder"
     else
         while IFS='|' read -r family name profiles userFolder systemFolders sandboxed; do
@@ -491,8 +490,8 @@ validate_ids() {
 # --folder names a folder of its own; --family says which manifest goes there.
 validate_folder() {
     [ -n "$folder" ] || { [ -z "$folderFamily" ] || fail "--family goes with --folder"; return 0; }
-    [[ $folder == /* ]] || fail "the folder must be an absolute path: $folder"
-    [ "$system" = false ] && [ "$all" = false ] || fail "--folder excludes --system and --all"
+    [[ $folder == /*[!/]* ]] || fail "the folder must be an absolute path below /: $folder"
+    if [ "$system" = true ] || [ "$all" = true ]; then fail "--folder excludes --system and --all"; fi
     folder=${folder%/}
     [ "$action" = uninstall ] || [ "$folderFamily" = chrome ] || [ "$folderFamily" = firefox ] ||
         fail "--folder needs --family chrome or --family firefox"
@@ -515,8 +514,9 @@ validate_arguments() {
     [[ -z $root || $root == /* ]] || fail "MANIFEST_ROOT must be an absolute path"
     [ "$json" = false ] || [ "$action" = status ] || fail "--json goes with status"
     if [ "$action" = status ]; then
-        [ -z "$executable" ] && [ "$idCount" -eq 0 ] && [ "$all" = false ] && [ "$system" = false ] ||
+        if [ -n "$executable" ] || [ "$idCount" -gt 0 ] || [ "$all" = true ] || [ "$system" = true ]; then
             fail "status takes only --json, --folder and --family"
+        fi
     else
         validate_executable
     fi
