@@ -14,7 +14,8 @@ usage() {
     cat <<EOF
 Usage: $SCRIPT install --executable PATH [--chrome-extension-id ID]...
                            [--firefox-extension-id ID]... [--all | --system]
-       $SCRIPT install --executable PATH --folder DIR --family chrome|firefox ID options
+       $SCRIPT install --executable PATH --folder DIR --family chrome|firefox
+                           and that family's --chrome-extension-id or --firefox-extension-id
        $SCRIPT uninstall --executable PATH [--system | --folder DIR]
        $SCRIPT status [--json] [--folder DIR --family chrome|firefox]
        $SCRIPT --help
@@ -22,7 +23,8 @@ Usage: $SCRIPT install --executable PATH [--chrome-extension-id ID]...
 install    writes $MANIFEST for each Chromium-family browser when a
            --chrome-extension-id is given, and for each Firefox-family browser when a
            --firefox-extension-id is given: only for browsers whose profile folder exists
-           in this user's home folder, or for all of them with --all.
+           in this user's home folder, or for all of them with --all. Says why it
+           skips a browser, e.g. one in use only as a Flatpak or Snap build.
 uninstall  removes the manifests whose executable is PATH, and the folders that
            install created for them.
 status     tells for each browser whether its profile folder exists and whether a
@@ -211,7 +213,7 @@ install_for_user() {
 
 install_for_system() {
     local family=$1 name=$2 folder
-    [ -n "$3" ] || { echo "$name: no system folder of its own"; return 0; }
+    [ -n "$3" ] || { echo "$name: reads the system folder of a browser above"; return 0; }
     split_list "$3"
     for folder in "${listItems[@]}"; do
         write_manifest "$family" "$name" "$root$folder"
