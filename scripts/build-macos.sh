@@ -55,5 +55,6 @@ llvm_lipo=$(command -v llvm-lipo || ls /usr/lib/llvm-*/bin/llvm-lipo | tail -1)
 
 scripts/check-macos-executable.sh "build/macos-arm64-cross/$host" arm64
 scripts/check-macos-executable.sh "build/macos-universal/$host" arm64 x86_64
-echo "Linked for macOS on arm64 (not run): $(cd build/macos-arm64-cross &&
-    echo bin/* tests/quorvelTests)"
+echo "Linked for macOS on arm64, not run: $(cd build/macos-arm64-cross && echo bin/* tests/quorvelTests)"
+[ -e build/macos-arm64-cross/bin/quorvelMicroBench ] ||
+    echo "Left out: the micro-benchmarks (no Google Benchmark for macOS on this machine)"
