@@ -28,7 +28,8 @@ have_libfuzzer() {
 
 # Prints the Debian packages that are missing; with "tests", also what the test suite needs;
 # with "bench", also Google Benchmark and socat (one of the references the host is measured by);
-# with "fuzz", also clang and its fuzzer runtime.
+# with "fuzz", also clang and its fuzzer runtime; with "browsers", the browsers that the browser
+# tests drive the host from, and strace, which records how the host ends.
 missing_packages() {
     command -v cmake >/dev/null || echo cmake
     command -v make >/dev/null || echo make
@@ -37,9 +38,16 @@ missing_packages() {
         have_libfuzzer || echo clang libclang-rt-dev
         return 0
     fi
+    if [ "${1:-}" = browsers ]; then
+        command -v chromium >/dev/null || echo chromium
+        command -v firefox-esr >/dev/null || echo firefox-esr
+        command -v strace >/dev/null || echo strace
+        return 0
+    fi
     [ "${1:-}" = tests ] || [ "${1:-}" = bench ] || return 0
     have_header gtest/gtest.h || echo libgtest-dev
     command -v jq >/dev/null || echo jq
+    command -v python3 >/dev/null || echo python3
     if [ "$(uname)" != Darwin ]; then
         have_nss_wrapper || echo libnss-wrapper
     fi
@@ -48,7 +56,7 @@ missing_packages() {
     command -v socat >/dev/null || echo socat
 }
 
-# Usage: require_prerequisites [tests|bench|fuzz]
+# Usage: require_prerequisites [tests|bench|fuzz|browsers]
 require_prerequisites() {
     local missing
     missing=$(missing_packages "${1:-}" | sort -u | tr '\n' ' ')

@@ -25,9 +25,9 @@ function run(command) {
     for (;;) {
         try {
             run(await (await fetch(`${driver}/command`)).json());
-        } catch {
-            // The driver is not there yet, or has gone; ask again later.
-            await new Promise((resolve) => setTimeout(resolve, 500));
+        } catch (error) {
+            // Or the driver has gone: then wait for the browser to be stopped.
+            await report(`error: ${error}`).catch(() => new Promise((resolve) => setTimeout(resolve, 500)));
         }
     }
 })();
