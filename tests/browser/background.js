@@ -1,10 +1,12 @@
 // Does what the test driver asks, one command at a time: connect to the host, post messages,
 // disconnect. Tells the driver when it disconnected and when the host closed the port.
-const driver = "DRIVER_URL";
+const driver = "DRIVER_URL"; // filled in by the driver when it copies the extension
 let port;
 
+// The time is the browser's, since a report may take a while to reach the driver.
 function report(event) {
-    return fetch(`${driver}/event`, { method: "POST", body: event });
+    const body = JSON.stringify({ event, at: Date.now() });
+    return fetch(`${driver}/event`, { method: "POST", body });
 }
 
 function run(command) {
@@ -26,8 +28,9 @@ function run(command) {
         try {
             run(await (await fetch(`${driver}/command`)).json());
         } catch (error) {
-            // Or the driver has gone: then wait for the browser to be stopped.
-            await report(`error: ${error}`).catch(() => new Promise((resolve) => setTimeout(resolve, 500)));
+            // A command that failed is reported; when the driver is gone, wait to be stopped.
+            const pause = () => new Promise((resolve) => setTimeout(resolve, 500));
+            await report(`error: ${error}`).catch(pause);
         }
     }
 })();

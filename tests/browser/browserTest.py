@@ -9,6 +9,7 @@ Usage: browserTest.py chromium|firefox BUILD_DIR NSS_WRAPPER   the test (ctest r
                                                                extension disconnects at once
 """
 import base64
+import collections
 import contextlib
 import hashlib
 import http.server
@@ -32,6 +33,8 @@ from pathlib import Path
 HERE = Path(__file__).resolve().parent
 SCRIPTS = HERE.parent.parent / "scripts"
 HOST = "QuorvelNativeMessageHost"
+SANITIZER_OPTIONS = ("LSAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS")  # as ctest sets them
+BROWSERS = {"chromium": ["chromium"], "firefox": ["firefox-esr", "firefox"]}  # executable names
 SKIP = 77
 DEADLINE = 60  # seconds; generous, as CI machines are busy
 STOP_LINE = b"Quorvel native message host is stopped."
@@ -104,12 +107,10 @@ class Extension(InBackground, http.server.ThreadingHTTPServer):
         self.serve_in_background()
 
     def expect(self, event):
-        """Waits for the event; returns when it came."""
-        while True:
-            when, text = self.events.get(timeout=DEADLINE)
-            if text == event:
-                return when
-            print(f"extension: {text}")
+        """Waits for the event; returns when it happened, in seconds since the epoch."""
+        while (report := self.events.get(timeout=DEADLINE))["event"] != event:
+            print(f"extension: {report['event']}")
+        return report["at"] / 1000
 
 
 class ExtensionRequest(http.server.BaseHTTPRequestHandler):
@@ -121,8 +122,7 @@ class ExtensionRequest(http.server.BaseHTTPRequestHandler):
         self.answer(json.dumps(command, ensure_ascii=False).encode())
 
     def do_POST(self):
-        text = self.rfile.read(int(self.headers["Content-Length"])).decode()
-        self.server.events.put((time.time(), text))
+        self.server.events.put(json.loads(self.rfile.read(int(self.headers["Content-Length"]))))
         self.answer(b"")
 
     def answer(self, body):
@@ -149,8 +149,8 @@ class HostRun:
     """The one running host, watched with strace from outside: the browser stays its parent and
     its signals reach the host itself, while strace records how and when it ended."""
 
-    def __init__(self, executable, seconds):
-        (self.pid,) = wait_for(lambda: host_pids(executable), "the browser to start the host", seconds)
+    def __init__(self, executable):
+        (self.pid,) = wait_for(lambda: host_pids(executable), "the browser to start the host")
         proc = Path(f"/proc/{self.pid}")
         self.arguments = [a.decode() for a in (proc / "cmdline").read_bytes().split(b"\0")[1:-1]]
         self.folder = os.readlink(proc / "cwd")
@@ -158,7 +158,8 @@ class HostRun:
                                       stderr=subprocess.PIPE, text=True)
 
     def end(self):
-        """Waits for the host to end; returns how ("exited with 0", "killed by SIGKILL") and when."""
+        """Waits for the host to end; returns how ("exited with 0", "killed by SIGKILL", ...)
+        and when."""
         _, trace = self.trace.communicate(timeout=DEADLINE)
         ends = re.findall(r"^(\d+\.\d+) \+\+\+ (.+) \+\+\+$", trace, re.MULTILINE)
         assert ends, f"strace saw no end of the host: {trace}"
@@ -172,10 +173,14 @@ def log_entries(home):
     return [line.split(b" | ", 2)[2] for line in lines]
 
 
-def chromium_id(manifest):
-    """The extension id that the public key in the manifest fixes."""
+def registration(browser, manifest):
+    """The arguments of install-manifests.sh that allow the test extension: for Chromium, the id
+    that the public key in its manifest fixes."""
+    if browser == "firefox":
+        return ["--firefox-extension-id", manifest["browser_specific_settings"]["gecko"]["id"]]
     digest = hashlib.sha256(base64.b64decode(manifest["key"])).hexdigest()[:32]
-    return digest.translate(str.maketrans("0123456789abcdef", "abcdefghijklmnop"))
+    letters = str.maketrans("0123456789abcdef", "abcdefghijklmnop")
+    return ["--chrome-extension-id", digest.translate(letters)]
 
 
 class Session:
@@ -184,66 +189,69 @@ class Session:
 
     def __init__(self, browser, build_dir, nss_wrapper, stack):
         self.name = browser
-        self.work = Path(stack.enter_context(tempfile.TemporaryDirectory(prefix="quorvel-browser-")))
+        self.work = Path(stack.enter_context(
+            tempfile.TemporaryDirectory(prefix="quorvel-browser-")))
         self.home = self.work / "home"
         run_quietly(["cmake", "--install", build_dir, "--prefix", self.work / "prefix"])
         self.folder = self.work / "prefix/bin"
         self.host = self.folder / HOST
         self.extension = stack.enter_context(Extension())
-        manifest = json.loads((HERE / browser / "manifest.json").read_text())
-        script = (HERE / "background.js").read_text()
+        manifest = (HERE / browser / "manifest.json").read_text()
         url = f"http://127.0.0.1:{self.extension.server_address[1]}"
-        extension = {"manifest.json": json.dumps(manifest), "background.js": script.replace("DRIVER_URL", url)}
-        if browser == "chromium":
-            command, ids = self.chromium(extension), ["--chrome-extension-id", chromium_id(manifest)]
-        else:
-            command, ids = self.firefox(extension), ["--firefox-extension-id",
-                                                     manifest["browser_specific_settings"]["gecko"]["id"]]
-        wrapper = self.write_wrapper(nss_wrapper)
-        environment = {k: v for k, v in os.environ.items() if not k.startswith("XDG_")} | {"HOME": str(self.home)}
-        run_quietly([SCRIPTS / "install-manifests.sh", "install", "--executable", wrapper, *ids], env=environment)
-        self.agent = stack.enter_context(Agent("/tmp/quorvel" + hashlib.sha1(bytes(self.home)).hexdigest()))
+        files = {"manifest.json": manifest,
+                 "background.js": (HERE / "background.js").read_text().replace("DRIVER_URL", url)}
+        ids = registration(browser, json.loads(manifest))
+        options = self.chromium(files) if browser == "chromium" else self.firefox(files, ids[1])
+        environment = {name: value for name, value in os.environ.items()
+                       if not name.startswith("XDG_")} | {"HOME": str(self.home)}
+        run_quietly([SCRIPTS / "install-manifests.sh", "install",
+                     "--executable", self.write_wrapper(nss_wrapper), *ids], env=environment)
+        socket = "/tmp/quorvel" + hashlib.sha1(bytes(self.home)).hexdigest()
+        self.agent = stack.enter_context(Agent(socket))
         with open(self.work / "browser.log", "wb") as output:
-            self.browser = subprocess.Popen(command, env=environment, stdout=output, stderr=output,
-                                            start_new_session=True)
+            self.browser = subprocess.Popen(
+                [next(filter(shutil.which, BROWSERS[browser])), "--headless", *options,
+                 "about:blank"], env=environment, stdout=output, stderr=output,
+                start_new_session=True)
         stack.callback(self.stop_browser)
 
-    def chromium(self, extension):
+    def chromium(self, files):
+        """Loads the extension from a folder; the default user data folder under the home folder
+        is where install-manifests.sh wrote the manifest. As root, Chromium needs no sandbox."""
         folder = self.work / "extension"
         folder.mkdir()
-        for name, text in extension.items():
+        for name, text in files.items():
             (folder / name).write_text(text)
         user_data = self.home / ".config/chromium"
         user_data.mkdir(parents=True)
-        return ["chromium", "--headless", "--no-sandbox", "--disable-gpu", "--disable-quic",
-                "--no-first-run", "--disable-background-networking", "--disable-component-update",
-                "--disable-sync", f"--user-data-dir={user_data}", f"--load-extension={folder}",
-                "about:blank"]
+        return ["--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+                "--disable-background-networking", "--disable-component-update", "--disable-sync",
+                f"--user-data-dir={user_data}", f"--load-extension={folder}"]
 
-    def firefox(self, extension):
-        # The release builds load an unsigned extension from the profile once signatures are
-        # not required and extensions found in the profile are not held back.
+    def firefox(self, files, extension_id):
+        """The release builds load an unsigned extension from the profile's extensions folder
+        once signatures are not required and extensions found there are not held back."""
         profile = self.home / ".mozilla/firefox/test"
         (profile / "extensions").mkdir(parents=True)
-        gecko_id = json.loads(extension["manifest.json"])["browser_specific_settings"]["gecko"]["id"]
-        with zipfile.ZipFile(profile / "extensions" / f"{gecko_id}.xpi", "w") as package:
-            for name, text in extension.items():
+        with zipfile.ZipFile(profile / "extensions" / f"{extension_id}.xpi", "w") as package:
+            for name, text in files.items():
                 package.writestr(name, text)
         (profile / "user.js").write_text('user_pref("xpinstall.signatures.required", false);\n'
                                          'user_pref("extensions.autoDisableScopes", 0);\n')
-        return [shutil.which("firefox-esr") or "firefox", "--headless", "--no-remote", "--profile",
-                str(profile), "about:blank"]
+        return ["--no-remote", "--profile", str(profile)]
 
     def write_wrapper(self, nss_wrapper):
         """The executable the manifest names: beside the host, so that the browser starts it in
         the host's folder; it makes the fake user and then becomes the host."""
-        (self.work / "passwd").write_text(f"quorveltest:x:{os.getuid()}:{os.getgid()}:Quorvel test user:{self.home}:/bin/sh\n")
-        (self.work / "group").write_text(f"quorveltest:x:{os.getgid()}:\n")
-        sanitizers = {name: os.environ.get(name, "") for name in ("LSAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS")}
-        # AddressSanitizer refuses to start when another library is preloaded ahead of it.
-        sanitizers["ASAN_OPTIONS"] = os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"
-        variables = sanitizers | {"LD_PRELOAD": nss_wrapper, "NSS_WRAPPER_PASSWD": self.work / "passwd",
-                                  "NSS_WRAPPER_GROUP": self.work / "group"}
+        user, group = os.getuid(), os.getgid()
+        (self.work / "passwd").write_text(f"quorveltest:x:{user}:{group}::{self.home}:/bin/sh\n")
+        (self.work / "group").write_text(f"quorveltest:x:{group}:\n")
+        variables = {name: os.environ.get(name, "") for name in SANITIZER_OPTIONS} | {
+            # AddressSanitizer refuses to start when another library is preloaded ahead of it.
+            "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0",
+            "LD_PRELOAD": nss_wrapper,
+            "NSS_WRAPPER_PASSWD": self.work / "passwd",
+            "NSS_WRAPPER_GROUP": self.work / "group"}
         wrapper = self.folder / "hostAsTestUser"
         wrapper.write_text("#!/bin/sh\n" + "".join(f"export {name}={shlex.quote(str(value))}\n"
                                                    for name, value in variables.items())
@@ -257,17 +265,17 @@ class Session:
         for pid in host_pids(self.host):
             os.kill(pid, signal.SIGKILL)
 
-    def run_host(self, command, seconds=DEADLINE):
+    def run_host(self, command):
         """Gives the extension a command that starts the host; returns the run."""
         self.extension.commands.put({"connect": True} | command)
-        run = HostRun(self.host, seconds)
+        run = HostRun(self.host)
         print(f"{self.name} started the host with arguments {run.arguments} in {run.folder}")
         return run
 
-    def report_end(self, run, since):
-        how, when = run.end()
-        print(f"host {how}, {when - since:.2f} s after the extension disconnected")
-        return how
+    def tags(self):
+        """How many messages of each run reached the agent."""
+        return collections.Counter(json.loads(frame)["run"] for frame in self.agent.frames)
+
 
 
 def forward_and_disconnect(session):
@@ -279,7 +287,9 @@ def forward_and_disconnect(session):
     wait_for(lambda: len(session.agent.frames) >= len(expected), "every message to reach the agent")
     assert session.agent.frames == expected, "the agent received other bytes than the browser sent"
     session.extension.commands.put({"disconnect": True})
-    session.report_end(run, session.extension.expect("disconnected"))
+    disconnected = session.extension.expect("disconnected")
+    how, when = run.end()
+    print(f"host {how}, {when - disconnected:.2f} s after the extension disconnected")
     entries = log_entries(session.home)
     for payload in expected:
         for arrow in ("↓", "↑"):
@@ -295,67 +305,67 @@ def stop_for_update(session):
     port close."""
     run = session.run_host({})
     marker = session.folder / f"{HOST}_update"
+    created = time.time()
     marker.touch()
     try:
         session.extension.expect("closed")
-        how, _ = run.end()
+        how, when = run.end()
     finally:
         marker.unlink()
-    print(f"after the update marker: host {how}")
+    print(f"host {how}, {when - created:.2f} s after the update marker was created")
     assert how == "exited with 0", f"the host {how} after the update marker"
     assert UPDATE_LINE in log_entries(session.home), "no update line in the log"
 
 
-def read_by_host(session):
-    return sum(entry.startswith("↓".encode()) for entry in log_entries(session.home))
+def disconnect_run(session, tag, count, at_once):
+    """Posts count messages tagged with the run, and disconnects at once or once the first of
+    them reached the agent. Chromium may start the host late, or not at all, when the port is
+    gone first, so what reached the agent is counted by tag once every run has ended."""
+    messages = [{"run": tag, "message": index} for index in range(count)]
+    session.extension.commands.put({"connect": True, "post": messages, "disconnect": at_once})
+    if not at_once:
+        wait_for(lambda: tag in session.tags(), "the first message at the agent")
+        session.extension.commands.put({"disconnect": True})
+    session.extension.expect("disconnected")
+    wait_for(lambda: not host_pids(session.host), "the host to end")
 
 
-def disconnect_at_once(session, count):
-    """Posts count messages and disconnects at once; returns how many the host read and how many
-    reached the agent."""
-    before = read_by_host(session), len(session.agent.frames)
-    try:
-        # Chromium may not start the host at all when the port is gone before it does.
-        run = session.run_host({"post": [{"message": i} for i in range(count)], "disconnect": True}, 5)
-    except AssertionError:
-        print(f"{session.name} started no host")
-        run = None
-    disconnected = session.extension.expect("disconnected")
-    if run:
-        session.report_end(run, disconnected)
-    return read_by_host(session) - before[0], len(session.agent.frames) - before[1]
-
-
-def missing_tool(browser):
-    tools = {"chromium": ["chromium"], "firefox": ["firefox-esr", "firefox"]}.get(browser, [])
-    if tools and not any(map(shutil.which, tools)):
-        return f"{browser} is not installed (.ci/run installs it)"
+def missing_tool(mode):
+    for browser in BROWSERS if mode == "disconnect-table" else [mode]:
+        if not any(map(shutil.which, BROWSERS[browser])):
+            return f"{browser} is not installed (.ci/run installs it)"
     if not shutil.which("strace"):
         return "strace, which records how the host ends, is not installed (.ci/run installs it)"
     return None
 
 
 def disconnect_table(build_dir, nss_wrapper, runs=5):
-    """Prints, for each browser and count, what the host read and what reached the agent in
-    each run, as "read/reached"."""
+    """Prints, for each count of messages, browser and moment of the disconnect, how many
+    messages reached the agent in each run."""
     rows = {count: [f"| {count} "] for count in (5, 20, 50)}
-    for browser in ("chromium", "firefox"):
+    for browser in BROWSERS:
         with contextlib.ExitStack() as stack:
             session = Session(browser, build_dir, nss_wrapper, stack)
-            for count, row in rows.items():
-                results = [disconnect_at_once(session, count) for _ in range(runs)]
-                row.append("| " + ", ".join(f"{read}/{reached}" for read, reached in results) + " ")
-    print("| Messages posted | Chromium: read/reached, per run | Firefox: read/reached, per run |")
-    print("|---|---|---|")
+            cells = [(count, at_once, [f"{count} {at_once} {run}" for run in range(runs)])
+                     for count in rows for at_once in (True, False)]
+            for count, at_once, tags in cells:
+                for tag in tags:
+                    disconnect_run(session, tag, count, at_once)
+            wait_for(lambda: not host_pids(session.host), "every host to end")
+            reached = session.tags()
+            for count, _, tags in cells:
+                rows[count].append("| " + ", ".join(str(reached[tag]) for tag in tags) + " ")
+    print("| Posted | Chromium, at once | Chromium, after the first | Firefox, at once "
+          "| Firefox, after the first |\n|---|---|---|---|---|")
     print("\n".join("".join(row) + "|" for row in rows.values()))
 
 
 def main():
-    if len(sys.argv) != 4:
+    if len(sys.argv) != 4 or sys.argv[1] not in [*BROWSERS, "disconnect-table"]:
         sys.exit(__doc__)
     mode, build_dir, nss_wrapper = sys.argv[1:]
     if not Path(nss_wrapper).is_file():
-        print(f"SKIPPED: nss_wrapper, which gives the host a fake user, is not installed")
+        print("SKIPPED: nss_wrapper, which gives the host a fake user, is not installed")
         return SKIP
     if reason := missing_tool(mode):
         print(f"SKIPPED: {reason}")
@@ -370,7 +380,9 @@ def main():
             forward_and_disconnect(session)
             stop_for_update(session)
         except BaseException:
-            print((session.work / "browser.log").read_text(errors="replace")[-3000:], file=sys.stderr)
+            # The browser's output holds the host's standard error, sanitizer reports included.
+            output = (session.work / "browser.log").read_text(errors="replace")
+            print(output[-3000:], file=sys.stderr)
             raise
     print(f"All {mode} checks passed in {time.monotonic() - started:.1f} s.")
     return 0
