@@ -30,7 +30,8 @@ have_libfuzzer() {
 # with "bench", also Google Benchmark and socat (one of the references the host is measured by);
 # with "fuzz", also clang and its fuzzer runtime; with "macos", also what cross-building for macOS
 # needs: npm (to fetch the Zig toolchain), llvm (llvm-objdump and llvm-lipo) and GoogleTest's
-# sources.
+# sources; with "browsers", the browsers that the browser tests drive the host from, and strace,
+# which records how the host ends.
 missing_packages() {
     command -v cmake >/dev/null || echo cmake
     command -v make >/dev/null || echo make
@@ -45,9 +46,16 @@ missing_packages() {
         have_libfuzzer || echo clang libclang-rt-dev
         return 0
     fi
+    if [ "${1:-}" = browsers ]; then
+        command -v chromium >/dev/null || echo chromium
+        command -v firefox-esr >/dev/null || echo firefox-esr
+        command -v strace >/dev/null || echo strace
+        return 0
+    fi
     [ "${1:-}" = tests ] || [ "${1:-}" = bench ] || return 0
     have_header gtest/gtest.h || echo libgtest-dev
     command -v jq >/dev/null || echo jq
+    command -v python3 >/dev/null || echo python3
     if [ "$(uname)" != Darwin ]; then
         have_nss_wrapper || echo libnss-wrapper
     fi
@@ -56,7 +64,7 @@ missing_packages() {
     command -v socat >/dev/null || echo socat
 }
 
-# Usage: require_prerequisites [tests|bench|fuzz|macos]
+# Usage: require_prerequisites [tests|bench|fuzz|macos|browsers]
 require_prerequisites() {
     local missing
     missing=$(missing_packages "${1:-}" | sort -u | tr '\n' ' ')
