@@ -188,15 +188,8 @@ TEST_F(HostEndToEndTest, UpdateMarkerStopsTheHostAtTheFirstCheckWhileItsInputIsO
     EXPECT_EQ(host->waitForExit(std::chrono::seconds(20)), 0);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(4))
         << "the first check comes five seconds after the start";
-    std::vector<std::string> messages;
-    for (const auto& line : logLines()) {
-        messages.push_back(messageOf(line));
-    }
-    ASSERT_GE(messages.size(), 4u);
-    EXPECT_EQ(std::vector<std::string>(messages.end() - 4, messages.end()),
-              (std::vector<std::string>{"Check for messagehost update",
-                                        "Updates are available, terminate messagehost.",
-                                        "Canceling AgentPort", kStopLine}));
+    EXPECT_EQ(count("Updates are available, terminate messagehost."), 1u);
+    EXPECT_EQ(messageOf(logLines().back()), kStopLine);
 }
 
 TEST_F(HostEndToEndTest, AgentThatNeverReadsOrNeverAcceptsCannotHoldTheHostPastItsInput) {

@@ -4,6 +4,8 @@
 
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <future>
 #include <vector>
 
@@ -11,6 +13,7 @@
 
 #include "support/packets.h"
 #include "support/recordingWriter.h"
+#include "support/tempDir.h"
 
 namespace {
 
@@ -29,38 +32,12 @@ std::string outcome(const std::shared_ptr<Packet>& packet) {
                                                           : payloadOf(*packet);
 }
 
-// Whether the port is cancelled within a generous deadline; cancels it then, so nothing hangs.
-bool cancelledInTime(ExtPort& port) {
-    auto waiter = std::async(std::launch::async, [&] { port.WaitForCancel(); });
-    const bool inTime = waiter.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
-    port.Cancel();
-    return inTime;
+// Standard input becomes a file that holds the bytes and then ends, so that no read can block.
+void setInput(const TempDir& folder, const std::string& bytes) {
+    const std::filesystem::path file = folder.path() / "input";
+    std::ofstream(file, std::ios::binary) << bytes;
+    ASSERT_NE(std::freopen(file.c_str(), "rb", stdin), nullptr);
 }
-
-// Until the object goes, standard input is a pipe that holds the given bytes and then ends, so
-// that no read can block. Going away, it drains the C stream and restores descriptor 0.
-class InputPipe {
-  public:
-    explicit InputPipe(const std::string& bytes) : saved(dup(STDIN_FILENO)) {
-        int ends[2];
-        EXPECT_EQ(pipe(ends), 0);
-        EXPECT_EQ(write(ends[1], bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-        close(ends[1]);
-        dup2(ends[0], STDIN_FILENO);
-        close(ends[0]);
-        std::clearerr(stdin);
-    }
-    ~InputPipe() {
-        while (std::fgetc(stdin) != EOF) {
-        }
-        dup2(saved, STDIN_FILENO);
-        close(saved);
-        std::clearerr(stdin);
-    }
-
-  private:
-    int saved;
-};
 
 }  // namespace
 
@@ -68,8 +45,9 @@ TEST(ExtPortTest, ReceiveGivesWholeFramesAndEmptyPacketsTracesPayloadsThenNullWh
     const std::string payload("line\nzero\0byte", 14);
     // A length with the top bit set reads no payload; its first four bytes are the next one.
     // The last frame is cut short by the end of the input.
-    InputPipe input(frame(payload) + frame("") + lengthBytes(0x80000007u) + frame("abc") +
-                    frame("hello").substr(0, 7));
+    TempDir folder;
+    setInput(folder, frame(payload) + frame("") + lengthBytes(0x80000007u) + frame("abc") +
+                         frame("hello").substr(0, 7));
     auto writer = std::make_shared<RecordingWriter>();
     ExtPort port(writer);
 
@@ -78,7 +56,9 @@ TEST(ExtPortTest, ReceiveGivesWholeFramesAndEmptyPacketsTracesPayloadsThenNullWh
         received.push_back(outcome(port.Receive()));
     }
     EXPECT_EQ(received, (std::vector<std::string>{payload, "empty", "empty", "abc", "null"}));
-    EXPECT_TRUE(cancelledInTime(port));
+    auto waiter = std::async(std::launch::async, [&] { port.WaitForCancel(); });
+    EXPECT_EQ(waiter.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+    port.Cancel();  // so that nothing hangs
     EXPECT_EQ(writer->messages("EXT-PORT"),
               (std::vector<std::string>{kDownArrow + "14B, " + payload, kDownArrow + "3B, abc"}));
 
