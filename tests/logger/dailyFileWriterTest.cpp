@@ -4,11 +4,8 @@
 #include <ctime>
 #include <fstream>
 #include <iterator>
-#include <map>
 #include <memory>
-#include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -67,17 +64,6 @@ class DailyFileWriterTest : public testing::Test {
 
 }  // namespace
 
-TEST(DailyFileWriterFileNumTest, OnlyOneDigitNumbersAreRead) {
-    const std::map<std::string, int> cases = {
-        {"messagehost_2024_03_05.log", 0},    {"messagehost_2024_03_05_1.log", 1},
-        {"messagehost_2024_03_05_9.log", 9},  {"messagehost_2024_03_05_10.log", 0},
-        {"messagehost_2024_03_05_42.log", 0}, {"notes.txt", 0},
-    };
-    for (const auto& [name, number] : cases) {
-        EXPECT_EQ(DailyFileWriter::GetFileNum(name), number) << name;
-    }
-}
-
 TEST_F(DailyFileWriterTest, LinesGoToTodaysNewestFileUntilItHoldsMaxFileSizeBytes) {
     auto writer = makeWriter();
     makeFile(logDir / "messagehost_2001_01_01_3.log", kMaxFileSize, 100);  // an earlier day
@@ -92,8 +78,8 @@ TEST_F(DailyFileWriterTest, LinesGoToTodaysNewestFileUntilItHoldsMaxFileSizeByte
     ASSERT_TRUE(landsIn(*writer, "folder deleted", todays("")));
 }
 
-// After a full _9 comes _10, after a full _10 comes _1, and then the full files take a line each
-// in turn.
+// After a full _9 comes _10, after a full _10 comes _1 (only one digit of the number is read),
+// and then the full files take a line each in turn.
 TEST_F(DailyFileWriterTest, FullNumberedFilesAreFollowedByTheNextNumberAndAfterTenByOne) {
     for (int n = 1; n <= 10; ++n) {
         makeFile(todays("_" + std::to_string(n)), kMaxFileSize, n);
@@ -106,66 +92,27 @@ TEST_F(DailyFileWriterTest, FullNumberedFilesAreFollowedByTheNextNumberAndAfterT
     }
 }
 
-TEST_F(DailyFileWriterTest, LinesFromTwoThreadsArriveWholeAndInOrderBeforeTheWriterIsGone) {
-    const auto lineOf = [](char thread, int i) {
-        return std::string(300, thread) + std::to_string(i);
-    };
-    constexpr int kLines = 200;
-    {
-        DailyFileWriter writer(logDir.wstring(), 100, 1 << 24, kNeverDue, L"messagehost_");
-        const auto logAll = [&](char thread) {
-            for (int i = 0; i < kLines; ++i) {
-                writer.Update(lineOf(thread, i));
-            }
-        };
-        std::thread a(logAll, 'a');
-        std::thread b(logAll, 'b');
-        a.join();
-        b.join();
-    }
-    std::istringstream content(readFile(todays("")));
-    std::map<char, int> next = {{'a', 0}, {'b', 0}};
-    for (std::string line; std::getline(content, line);) {
-        ASSERT_EQ(line, lineOf(line[0], next[line[0]]++));
-    }
-    EXPECT_EQ(next, (std::map<char, int>{{'a', kLines}, {'b', kLines}}));
-}
-
-TEST_F(DailyFileWriterTest, RetentionKeepsTheTenNewestLogFilesOfAnyPrefixAndNothingElse) {
+TEST_F(DailyFileWriterTest, RetentionBeforeEachDueLineKeepsTheTenNewestLogFilesOfAnyPrefix) {
     std::vector<fs::path> kept;
     for (int day = 10; day < 20; ++day) {
         kept.push_back(logDir / ("messagehost_2024_03_" + std::to_string(day) + ".log"));
         makeFile(kept.back(), 1, day);
     }
-    const std::vector<fs::path> oldest = {logDir / "other_2024_03_01.log",
-                                          logDir / "messagehost_2024_03_25.log",
-                                          logDir / "messagehost_2024_03_02_1.log"};
-    for (int i = 0; i < 3; ++i) {
-        makeFile(oldest[i], 1, i + 1);
-    }
-    const std::vector<fs::path> ignored = {logDir / "notes.txt", logDir / "messagehost.log.bak",
-                                           logDir / "old.log" / "inner.log",
-                                           logDir / "sub" / "messagehost_2024_03_03.log"};
+    const std::vector<fs::path> ignored = {logDir / "notes.txt", logDir / "old.log" / "inner.log"};
     for (const fs::path& path : ignored) {
         makeFile(path, 1, 0);
     }
-
     auto writer = makeWriter(10, 0);  // a pass at construction, then one before every line
+    const fs::path otherPrefix = logDir / "other_2024_03_01.log";
+    makeFile(otherPrefix, 1, 1);
+    writer->Update("line");
+    writer->Flush();
+
+    EXPECT_FALSE(fs::exists(otherPrefix)) << "a write job runs a pass before its line";
+    EXPECT_EQ(readFile(todays("")), "line\n");
+    kept.push_back(todays(""));
     EXPECT_EQ(writer->GetLogFilesOrderedByDate(L".*\\.log"), kept);
-    writer->DeleteExtraLogs();
-    EXPECT_EQ(writer->GetLogFilesOrderedByDate(L".*\\.log"), kept) << "ten files lose none";
-    EXPECT_FALSE(fs::exists(oldest[0])) << "a log file of another prefix counts too";
     for (const fs::path& path : ignored) {
         EXPECT_TRUE(fs::exists(path)) << path;
     }
-    makeFile(oldest[0], 1, 0);
-    writer->Update("line");
-    writer->Flush();
-    EXPECT_FALSE(fs::exists(oldest[0])) << "a write job runs a pass before its line";
-    EXPECT_EQ(readFile(todays("")), "line\n");
-
-    fs::remove_all(logDir);
-    EXPECT_TRUE(writer->GetLogFilesOrderedByDate(L".*").empty());
-    writer->DeleteExtraLogs();
-    EXPECT_FALSE(fs::exists(logDir)) << "a missing folder is left missing";
 }

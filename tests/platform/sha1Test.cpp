@@ -5,7 +5,7 @@
 
 #include "platform/utils.h"
 
-TEST(Sha1Test, GivesTheStandardDigestsAroundTheBlockBoundaries) {
+TEST(Sha1Test, GivesTheStandardDigestsAroundTheBlockBoundariesHoweverTheMessageIsFed) {
     const std::pair<std::string, std::string> cases[] = {
         {"", "da39a3ee5e6b4b0d3255bfef95601890afd80709"},
         {"abc", "a9993e364706816aba3e25717850c26c9cd0d89d"},
@@ -20,18 +20,12 @@ TEST(Sha1Test, GivesTheStandardDigestsAroundTheBlockBoundaries) {
         {std::string("/Users/zo\xc3\xab/\0\xff\x80", 15),
          "28f4885b0b14d12234e98103059187e3a83c6916"},
     };
+    SHA1 sha1;
     for (const auto& [message, digest] : cases) {
         EXPECT_EQ(sha1Hash(message), digest) << message.size() << " bytes";
+        // In two parts, split in the middle; final starts anew.
+        sha1.update(message.substr(0, message.size() / 2));
+        sha1.update(message.substr(message.size() / 2));
+        EXPECT_EQ(sha1.final(), digest) << message.size() << " bytes in two parts";
     }
-}
-
-TEST(Sha1Test, MessageFedInTwoPartsGivesTheDigestOfTheWholeAndFinalStartsAnew) {
-    const std::string message(65, 'a');
-    SHA1 sha1;
-    for (std::size_t split = 0; split <= message.size(); ++split) {
-        sha1.update(message.substr(0, split));
-        sha1.update(message.substr(split));
-        EXPECT_EQ(sha1.final(), "11655326c708d70319be2610e8a57d9a5b959d3b") << "split at " << split;
-    }
-    EXPECT_EQ(sha1.final(), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
 }

@@ -27,14 +27,14 @@ TEST(LogPacketTest, EntryIsArrowDecimalSizeAndWholePayloadOnlyForAPacketWithCont
                                         kUpArrow + "12B, twelve bytes", kUpArrow + "1B, x"}));
 }
 
-TEST(UserFoldersTest, LogsFolderLiesUnderTheHomeWithOrWithoutSlashAndIsRootWithoutAnEntry) {
+TEST(UserFoldersTest, LogsFolderLiesUnderTheHomeWithOrWithoutSlashAndIsRootWithoutOne) {
     SKIP_WITHOUT_FAKE_USER();
     const std::string home = fakeUser::home();
     const std::string logs = home + "/Library/Application Support/velmarch-agent/logs/messagehost";
     EXPECT_EQ(getLogsDir(), logs);
     fakeUser::setHome(home + "/");
     EXPECT_EQ(getLogsDir(), logs);
-    fakeUser::removeEntry();
+    fakeUser::setHome("");
     EXPECT_EQ(getLogsDir(), "/");
     fakeUser::setHome(home);
 }

@@ -13,11 +13,8 @@ int rerunUnderFakeUser(int argc, char** argv);
 // The fake user's temporary home, or "" when the tests do not run under nss_wrapper.
 std::string home();
 
-// Rewrites the fake entry of this process's user with the given home folder.
+// Rewrites the fake entry of this process's user with the given home folder ("" for none).
 void setHome(const std::string& home);
-
-// Rewrites the user database without any entry for this process's user.
-void removeEntry();
 
 }  // namespace fakeUser
 

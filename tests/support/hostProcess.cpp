@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <fstream>
 #include <stdexcept>
 #include <thread>
@@ -28,7 +27,7 @@ std::size_t residentHighWaterKiB(pid_t pid) {
     std::ifstream status("/proc/" + std::to_string(pid) + "/status");
     for (std::string line; std::getline(status, line);) {
         if (line.rfind("VmHWM:", 0) == 0) {
-            return std::stoul(line.substr(std::strlen("VmHWM:")));
+            return std::stoul(line.substr(6));
         }
     }
     return 0;
@@ -43,14 +42,15 @@ HostProcess::HostProcess(const std::vector<std::string>& arguments,
     if (pipe(inputPipe) != 0 || pipe(outPipe) != 0) {
         throw std::runtime_error("pipe failed");
     }
+    // So that no host started later keeps this one's pipes open.
+    for (const int end : {inputPipe[0], inputPipe[1], outPipe[0], outPipe[1]}) {
+        fcntl(end, F_SETFD, FD_CLOEXEC);
+    }
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, inputPipe[0], 0);
     posix_spawn_file_actions_adddup2(&actions, outPipe[1], 1);
-    posix_spawn_file_actions_addclose(&actions, inputPipe[1]);
-    posix_spawn_file_actions_addclose(&actions, outPipe[0]);
     posix_spawn_file_actions_addchdir_np(&actions, workDir.c_str());
-
     const std::string executable = program.empty() ? QUORVEL_HOST_EXECUTABLE : program;
     std::vector<char*> argv{const_cast<char*>(executable.c_str())};
     for (const auto& argument : arguments) {
@@ -63,9 +63,6 @@ HostProcess::HostProcess(const std::vector<std::string>& arguments,
     close(outPipe[1]);
     input = inputPipe[1];
     outputPipe = outPipe[0];
-    // So that no host started later keeps this one's input open.
-    fcntl(input, F_SETFD, FD_CLOEXEC);
-    fcntl(outputPipe, F_SETFD, FD_CLOEXEC);
     if (failed != 0) {
         throw std::runtime_error("cannot start the host");
     }
@@ -77,9 +74,7 @@ HostProcess::~HostProcess() {
         kill(pid, SIGKILL);
         waitpid(pid, nullptr, 0);
     }
-    if (outputPipe >= 0) {
-        close(outputPipe);
-    }
+    close(outputPipe);
 }
 
 void HostProcess::writeFrame(const std::string& payload) {
@@ -111,15 +106,11 @@ std::size_t HostProcess::unreadInput() const {
 
 int HostProcess::waitForExit(std::chrono::seconds deadline) {
     const auto end = std::chrono::steady_clock::now() + deadline;
-    while (pid > 0) {
-        int status = 0;
+    for (int status = 0; pid > 0 && std::chrono::steady_clock::now() < end;) {
         notePeakResident();
         if (wait4(pid, &status, WNOHANG, &usage) == pid) {
             pid = -1;
             return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        }
-        if (std::chrono::steady_clock::now() > end) {
-            return -1;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
@@ -139,8 +130,7 @@ void HostProcess::notePeakResident() {
 std::string HostProcess::output() {
     std::string text;
     char buffer[4096];
-    ssize_t got;
-    while ((got = read(outputPipe, buffer, sizeof(buffer))) > 0) {
+    for (ssize_t got; (got = read(outputPipe, buffer, sizeof(buffer))) > 0;) {
         text.append(buffer, static_cast<std::size_t>(got));
     }
     return text;
@@ -148,21 +138,4 @@ std::string HostProcess::output() {
 
 std::filesystem::path logFolderOf(const std::filesystem::path& home) {
     return home / "Library/Application Support/velmarch-agent/logs/messagehost";
-}
-
-std::vector<std::string> readLogLines(const std::filesystem::path& logFolder) {
-    std::vector<std::filesystem::path> files;
-    std::error_code ignored;
-    for (const auto& entry : std::filesystem::directory_iterator(logFolder, ignored)) {
-        files.push_back(entry.path());
-    }
-    std::sort(files.begin(), files.end());
-    std::vector<std::string> lines;
-    for (const auto& file : files) {
-        std::ifstream stream(file);
-        for (std::string line; std::getline(stream, line);) {
-            lines.push_back(line);
-        }
-    }
-    return lines;
 }

@@ -53,6 +53,3 @@ class HostProcess {
 
 // Where the host logs for the given home folder.
 std::filesystem::path logFolderOf(const std::filesystem::path& home);
-
-// Every line of every log file in the folder, files in name order.
-std::vector<std::string> readLogLines(const std::filesystem::path& logFolder);

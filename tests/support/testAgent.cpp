@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -14,13 +15,7 @@
 
 namespace {
 
-constexpr int kDeadlineMs = 20000;
-
-// Waits until the descriptor is readable (data, end of stream or a pending connection).
-bool readable(int descriptor, int timeoutMs = kDeadlineMs) {
-    pollfd entry{descriptor, POLLIN, 0};
-    return poll(&entry, 1, timeoutMs) > 0;
-}
+constexpr int kDeadlineSeconds = 20;
 
 }  // namespace
 
@@ -43,29 +38,21 @@ TestAgent::~TestAgent() {
 }
 
 bool TestAgent::acceptConnection() {
-    if (!readable(listener_)) {
+    pollfd pending{listener_, POLLIN, 0};
+    if (poll(&pending, 1, kDeadlineSeconds * 1000) != 1) {
         return false;
     }
     closeConnection();
     connection_ = accept(listener_, nullptr, nullptr);
+    const timeval deadline{kDeadlineSeconds, 0};
+    setsockopt(connection_, SOL_SOCKET, SO_RCVTIMEO, &deadline, sizeof(deadline));
     return connection_ != -1;
-}
-
-bool TestAgent::hasPendingConnection() const {
-    return readable(listener_, 0);
 }
 
 std::string TestAgent::read(std::size_t count) {
     std::string bytes(count, '\0');
-    std::size_t received = 0;
-    while (received < count && readable(connection_)) {
-        const ssize_t got = recv(connection_, &bytes[received], count - received, 0);
-        if (got <= 0) {
-            break;
-        }
-        received += static_cast<std::size_t>(got);
-    }
-    bytes.resize(received);
+    const ssize_t received = count == 0 ? 0 : recv(connection_, bytes.data(), count, MSG_WAITALL);
+    bytes.resize(received > 0 ? static_cast<std::size_t>(received) : 0);
     return bytes;
 }
 
@@ -82,7 +69,7 @@ std::optional<std::string> TestAgent::readFrame() {
 
 bool TestAgent::waitForEnd() {
     char byte = 0;
-    return readable(connection_) && recv(connection_, &byte, 1, 0) == 0;
+    return recv(connection_, &byte, 1, 0) == 0;
 }
 
 void TestAgent::closeConnection() {

@@ -19,9 +19,6 @@ class TestAgent {
     // Accepts the next connection and makes it the current one; false after the deadline.
     bool acceptConnection();
 
-    // Whether a connection waits to be accepted right now; does not wait.
-    bool hasPendingConnection() const;
-
     // Reads count bytes from the current connection; fewer when it ends or a wait times out.
     std::string read(std::size_t count);
 

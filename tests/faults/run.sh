@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Plants each fault (a patch to src/) in turn into a scratch copy of this checkout, working-tree
+# changes included, runs the debug test suite there and says whether the suite caught it, with
+# the tests that failed. Not part of CI: a check that trimming the tests loses no real fault.
+# Usage: tests/faults/run.sh [PATCH...]   (default: every patch in tests/faults)
+# QUORVEL_FAULT_CTEST_ARGS replaces --stop-on-failure; set it empty to see every failing test.
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+patches=("$@")
+[ $# -gt 0 ] || patches=(tests/faults/*.patch)
+patches=("${patches[@]/#/$PWD/}")
+ctestArgs=${QUORVEL_FAULT_CTEST_ARGS---stop-on-failure}
+
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+git ls-files -z --cached --others --exclude-standard |
+    tar --null --files-from=- --ignore-failed-read -cf - 2>/dev/null | tar -xf - -C "$scratch"
+cd "$scratch"
+cmake --preset debug -DQUORVEL_BUILD_TESTS=ON -DQUORVEL_WERROR=OFF >/dev/null
+
+build() { cmake --build --preset debug --parallel 2 >build.log 2>&1; }
+suite() { ctest --preset debug --parallel 2 $ctestArgs >suite.log 2>&1; }
+failedTests() { sed -n 's/^[[:space:]]*[0-9]* - \([^ ]*\) .*/\1/p' suite.log | tr '\n' ' '; }
+
+build && suite || { echo "The unmodified suite fails; no fault judged." >&2; tail -30 suite.log build.log >&2; exit 1; }
+caught=0 missed=0
+for patch in "${patches[@]}"; do
+    name=$(basename "$patch" .patch)
+    git apply "$patch"
+    if ! build; then
+        echo "broken  $name (does not build)"
+    elif suite; then
+        echo "missed  $name"
+        missed=$((missed + 1))
+    else
+        echo "caught  $name  $(failedTests)"
+        caught=$((caught + 1))
+    fi
+    git apply -R "$patch"
+done
+echo "$caught caught, $missed missed"
