@@ -177,8 +177,8 @@ def start_host(session, command):
 
 def host_end(trace):
     # How the host ended ("exited with 0", "killed by SIGKILL") and when: strace's last line.
-    # LeakSanitizer cannot check a traced process: an AddressSanitizer build that ends on its own
-    # under strace exits with 1 after its "fatal error".
+    # LeakSanitizer cannot check a traced process, so an AddressSanitizer build can end with 1
+    # where it would end with 0 (seen when Firefox closes the host's input).
     when, how = trace.communicate(timeout=DEADLINE)[1].splitlines()[-1].split(" ", 1)
     return how.strip("+ "), float(when)
 
