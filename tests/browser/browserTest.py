@@ -33,10 +33,13 @@ def wait_for(condition, what):
 
 
 class Agent(socketserver.StreamRequestHandler):
-    # Records the payload of every frame the host forwards, in order.
+    # Records the payload of every whole frame the host forwards, in order. The host writes a
+    # frame's header and payload apart, so a browser that kills it can leave a frame cut short.
     def handle(self):
         while len(header := self.rfile.read(4)) == 4:
-            self.server.frames.append(self.rfile.read(struct.unpack("=I", header)[0]))
+            length = struct.unpack("=I", header)[0]
+            if len(payload := self.rfile.read(length)) == length:
+                self.server.frames.append(payload)
 
 
 class Extension(http.server.BaseHTTPRequestHandler):
@@ -264,7 +267,7 @@ def main():
         "strace (records how the host ends)": shutil.which("strace"),
         "nss_wrapper (gives the host a fake user)": Path(nss_wrapper).is_file()}
     if missing := [name for name, found in needed.items() if not found]:
-        print("SKIPPED: not installed (scripts/prerequisites.sh installs it):", ", ".join(missing))
+        print("SKIPPED: not installed (see scripts/prerequisites.sh):", ", ".join(missing))
         return 77
     if mode == "disconnect-table":
         return disconnect_table(build_dir, nss_wrapper)
