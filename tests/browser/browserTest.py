@@ -89,12 +89,12 @@ def install_extension(browser, work, url):
         # The extension's id is fixed by the public key in its manifest. The user data folder is
         # the default one, where install-manifests.sh writes; as root, Chromium needs no sandbox.
         digest = hashlib.sha256(base64.b64decode(manifest["key"])).hexdigest()[:32]
+        ids = ["--chrome-extension-id", "".join(chr(ord("a") + int(x, 16)) for x in digest)]
         (home / ".config/chromium").mkdir(parents=True)
         return ["--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
                 "--disable-background-networking", "--disable-component-update",
                 "--disable-sync", f"--user-data-dir={home}/.config/chromium",
-                f"--load-extension={extension}"], [
-            "--chrome-extension-id", "".join(chr(ord("a") + int(x, 16)) for x in digest)]
+                f"--load-extension={extension}"], ids
     # Release builds load an unsigned extension that a file in the profile's extensions folder
     # points to, once signatures are not required and such extensions are enabled.
     extension_id = manifest["browser_specific_settings"]["gecko"]["id"]
