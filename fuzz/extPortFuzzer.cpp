@@ -2,8 +2,6 @@
 // frames until it reports the end of input. Built by the fuzz preset with the address and
 // undefined-behaviour sanitizers, so any read or write past a buffer, or any leak, is a crash.
 
-#include <unistd.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -16,6 +14,7 @@
 #include "communication/extPort.h"
 #include "communication/packet.h"
 #include "logger/iWriter.h"
+#include "support/standardInput.h"
 
 namespace {
 
@@ -23,23 +22,6 @@ class DiscardingWriter : public IWriter {
   public:
     void Update(const std::string&) override {}
 };
-
-// Standard input becomes a file holding exactly the input, so the last read meets its end
-// instead of waiting.
-void replaceStandardInput(const uint8_t* data, std::size_t size) {
-    std::FILE* file = std::tmpfile();
-    const bool ready = file != nullptr && std::fwrite(data, 1, size, file) == size &&
-                       std::fflush(file) == 0 && dup2(fileno(file), STDIN_FILENO) != -1;
-    if (file != nullptr) {
-        std::fclose(file);
-    }
-    // Drops what the stream still buffers of the previous input and starts at the beginning.
-    if (!ready || std::fseek(stdin, 0, SEEK_SET) != 0) {
-        std::perror("cannot put the input on standard input");
-        std::abort();
-    }
-    std::clearerr(stdin);
-}
 
 // A port stays cancelled once it has met the end of input, so every input needs a new one. An
 // idle port's worker looks at its queue only every 100 ms, so ports are stopped a batch at a
@@ -77,7 +59,10 @@ class Retirement {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     static const auto writer = std::make_shared<DiscardingWriter>();
     static Retirement retirement;
-    replaceStandardInput(data, size);
+    if (!replaceStandardInput(std::string(reinterpret_cast<const char*>(data), size))) {
+        std::perror("cannot put the input on standard input");
+        std::abort();
+    }
     auto port = std::make_unique<ExtPort>(writer);
     // Every frame but the last consumes at least its 4-byte length.
     for (std::size_t frames = 0; port->Receive() != nullptr; ++frames) {

@@ -181,17 +181,6 @@ TEST_F(HostEndToEndTest, FramesReachTheAgentInOrderAndOnlyThoseSentWhileItIsAway
     EXPECT_EQ(count(kForwarded), 4u);
 }
 
-TEST_F(HostEndToEndTest, UpdateMarkerStopsTheHostAtTheFirstCheckWhileItsInputIsOpen) {
-    fs::create_directory(workDir.path() / "QuorvelNativeMessageHost_update");
-    const auto start = std::chrono::steady_clock::now();
-    auto host = startHost();
-    EXPECT_EQ(host->waitForExit(std::chrono::seconds(20)), 0);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(4))
-        << "the first check comes five seconds after the start";
-    EXPECT_EQ(count("Updates are available, terminate messagehost."), 1u);
-    EXPECT_EQ(messageOf(logLines().back()), kStopLine);
-}
-
 TEST_F(HostEndToEndTest, AgentThatNeverReadsOrNeverAcceptsCannotHoldTheHostPastItsInput) {
     constexpr std::size_t kFrames = 20;  // far more bytes than a socket buffer holds
     for (const bool accepts : {true, false}) {

@@ -4,8 +4,6 @@
 
 #include <chrono>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <future>
 #include <vector>
 
@@ -13,7 +11,7 @@
 
 #include "support/packets.h"
 #include "support/recordingWriter.h"
-#include "support/tempDir.h"
+#include "support/standardInput.h"
 
 namespace {
 
@@ -32,22 +30,14 @@ std::string outcome(const std::shared_ptr<Packet>& packet) {
                                                           : payloadOf(*packet);
 }
 
-// Standard input becomes a file that holds the bytes and then ends, so that no read can block.
-void setInput(const TempDir& folder, const std::string& bytes) {
-    const std::filesystem::path file = folder.path() / "input";
-    std::ofstream(file, std::ios::binary) << bytes;
-    ASSERT_NE(std::freopen(file.c_str(), "rb", stdin), nullptr);
-}
-
 }  // namespace
 
 TEST(ExtPortTest, ReceiveGivesWholeFramesAndEmptyPacketsTracesPayloadsThenNullWhereTheInputEnds) {
     const std::string payload("line\nzero\0byte", 14);
     // A length with the top bit set reads no payload; its first four bytes are the next one.
     // The last frame is cut short by the end of the input.
-    TempDir folder;
-    setInput(folder, frame(payload) + frame("") + lengthBytes(0x80000007u) + frame("abc") +
-                         frame("hello").substr(0, 7));
+    ASSERT_TRUE(replaceStandardInput(frame(payload) + frame("") + lengthBytes(0x80000007u) +
+                                     frame("abc") + frame("hello").substr(0, 7)));
     auto writer = std::make_shared<RecordingWriter>();
     ExtPort port(writer);
 

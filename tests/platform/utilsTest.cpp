@@ -2,30 +2,10 @@
 
 #include <chrono>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
-#include "communication/packet.h"
-#include "logger/tracer.h"
 #include "support/fakeUser.h"
-#include "support/packets.h"
-#include "support/recordingWriter.h"
-
-TEST(LogPacketTest, EntryIsArrowDecimalSizeAndWholePayloadOnlyForAPacketWithContent) {
-    auto writer = std::make_shared<RecordingWriter>();
-    Tracer tracer("T", writer);
-    const std::string payload("a\0b\nc", 5);
-    LogPacket(TransferType::Incoming, tracer, packetWith(payload));
-    LogPacket(TransferType::Outgoing, tracer, packetWith("twelve bytes"));
-    LogPacket(static_cast<TransferType>(7), tracer, packetWith("x"));
-    LogPacket(TransferType::Incoming, tracer, nullptr);
-    LogPacket(TransferType::Incoming, tracer, makePacket());
-
-    EXPECT_EQ(writer->messages("T"),
-              (std::vector<std::string>{kDownArrow + "5B, " + payload,
-                                        kUpArrow + "12B, twelve bytes", kUpArrow + "1B, x"}));
-}
 
 TEST(UserFoldersTest, LogsFolderLiesUnderTheHomeWithOrWithoutSlashAndIsRootWithoutOne) {
     SKIP_WITHOUT_FAKE_USER();
