@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "support/hostProcess.h"
+#include "measuredProcess.h"
 #include "timedAgent.h"
 
 namespace {
@@ -29,7 +29,7 @@ double millisecondsBetween(Clock::time_point from, Clock::time_point to) {
 
 // One frame in flight: the next is written once the pipe is empty, which is as fast as the
 // forwarder reads and never queues frames ahead of it.
-void waitUntilRead(const HostProcess& process) {
+void waitUntilRead(const MeasuredProcess& process) {
     const Clock::time_point deadline = Clock::now() + kReadDeadline;
     for (int look = 0; process.unreadInput() > 0; ++look) {
         if (Clock::now() > deadline) {
@@ -66,7 +66,7 @@ void addTimings(ForwardingFigures& figures, const std::vector<Clock::time_point>
     figures.megabytesPerSecond = figures.framesPerSecond * static_cast<double>(size) / 1e6;
 }
 
-void addResourceUsage(ForwardingFigures& figures, const HostProcess& process) {
+void addResourceUsage(ForwardingFigures& figures, const MeasuredProcess& process) {
     figures.cpuSecondsPerFrame = process.cpuSeconds() / static_cast<double>(figures.frames);
     figures.peakResidentMiB = static_cast<double>(process.peakResidentKiB()) / 1024;
 }
@@ -78,7 +78,7 @@ ForwardingFigures runForwarding(const ForwardingProgram& forwarder, const std::s
                                 std::size_t frames) {
     const std::string payload = payloadOfSize(size);
     TimedAgent agent(socketPath, payload, frames);
-    HostProcess process(forwarder.arguments, workDir, forwarder.program);
+    MeasuredProcess process(forwarder.arguments, workDir, forwarder.program);
     std::this_thread::sleep_for(kSettle);
     std::vector<Clock::time_point> writes;
     for (std::size_t i = 0; i < frames; ++i) {

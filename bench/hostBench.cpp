@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "forwardingRun.h"
+#include "measuredProcess.h"
 #include "platform/utils.h"
 #include "support/fakeUser.h"
 #include "support/hostProcess.h"
@@ -178,7 +179,7 @@ std::vector<Row> runSeries(const FrameSeries& series,
 
 IdleFigures runIdle(std::chrono::seconds idle, const fs::path& workDir) {
     const Clock::time_point start = Clock::now();
-    HostProcess host({}, workDir);
+    MeasuredProcess host({}, workDir);
     std::this_thread::sleep_for(idle);
     host.closeInput();
     if (host.waitForExit(std::chrono::seconds(60)) != 0) {

@@ -3,37 +3,14 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdint>
-#include <fstream>
 #include <stdexcept>
 #include <thread>
 
 extern char** environ;
-
-namespace {
-
-double secondsOf(const timeval& time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-}
-
-// The high-water mark of the process's resident memory in KiB, or 0 once it has exited or
-// without /proc. Not ru_maxrss: on Linux a spawned child's also counts its parent's memory.
-std::size_t residentHighWaterKiB(pid_t pid) {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.rfind("VmHWM:", 0) == 0) {
-            return std::stoul(line.substr(6));
-        }
-    }
-    return 0;
-}
-
-}  // namespace
 
 HostProcess::HostProcess(const std::vector<std::string>& arguments,
                          const std::filesystem::path& workDir, const std::string& program) {
@@ -91,23 +68,17 @@ void HostProcess::writeFrame(const std::string& payload) {
 }
 
 void HostProcess::closeInput() {
-    notePeakResident();  // a program may exit as soon as its input ends
+    whileRunning();  // a program may exit as soon as its input ends
     if (input >= 0) {
         close(input);
         input = -1;
     }
 }
 
-std::size_t HostProcess::unreadInput() const {
-    int unread = 0;
-    return input >= 0 && ioctl(input, FIONREAD, &unread) == 0 ? static_cast<std::size_t>(unread)
-                                                              : 0;
-}
-
 int HostProcess::waitForExit(std::chrono::seconds deadline) {
     const auto end = std::chrono::steady_clock::now() + deadline;
     for (int status = 0; pid > 0 && std::chrono::steady_clock::now() < end;) {
-        notePeakResident();
+        whileRunning();
         if (wait4(pid, &status, WNOHANG, &usage) == pid) {
             pid = -1;
             return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
@@ -115,16 +86,6 @@ int HostProcess::waitForExit(std::chrono::seconds deadline) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     return -1;
-}
-
-double HostProcess::cpuSeconds() const {
-    return secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime);
-}
-
-void HostProcess::notePeakResident() {
-    if (pid > 0) {
-        peakResident = std::max(peakResident, residentHighWaterKiB(pid));
-    }
 }
 
 std::string HostProcess::output() {

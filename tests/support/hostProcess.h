@@ -16,7 +16,7 @@ class HostProcess {
     // An empty program stands for the host.
     HostProcess(const std::vector<std::string>& arguments, const std::filesystem::path& workDir,
                 const std::string& program = "");
-    ~HostProcess();  // kills the host if it still runs
+    virtual ~HostProcess();  // kills the host if it still runs
 
     HostProcess(const HostProcess&) = delete;
     HostProcess& operator=(const HostProcess&) = delete;
@@ -25,29 +25,22 @@ class HostProcess {
     void writeFrame(const std::string& payload);
     void closeInput();
 
-    // How many bytes written to the standard input the program has not read yet.
-    std::size_t unreadInput() const;
-
     // The exit status, or -1 when the host is still running after the deadline.
     int waitForExit(std::chrono::seconds deadline = std::chrono::seconds(30));
 
     // Everything the host wrote to its standard output; call after it exited.
     std::string output();
 
-    // User and system CPU time of the whole run; valid once waitForExit returned a status.
-    double cpuSeconds() const;
-
-    // The program's own peak resident memory in KiB, as last seen while it ran: when its input
-    // was closed and while waitForExit waited. 0 where the system does not show it (no /proc).
-    std::size_t peakResidentKiB() const { return peakResident; }
-
-  private:
-    void notePeakResident();
+  protected:
+    // Called while the program may still run: before its input is closed and at every look
+    // while waitForExit waits. What measures the program looks at it here.
+    virtual void whileRunning() {}
 
     pid_t pid = -1;
-    rusage usage{};
-    std::size_t peakResident = 0;
     int input = -1;
+    rusage usage{};  // of the whole run, once waitForExit has returned a status
+
+  private:
     int outputPipe = -1;
 };
 
