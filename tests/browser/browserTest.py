@@ -3,11 +3,9 @@
 # host installed in a temporary prefix and registered by scripts/install-manifests.sh in a
 # temporary home folder. The host runs as a fake user (nss_wrapper) whose home is that folder,
 # and forwards to a recording agent on that user's agent socket.
-#
-# browserTest.py chromium|firefox BUILD_DIR NSS_WRAPPER  is the test that ctest runs;
-# browserTest.py disconnect-table BUILD_DIR NSS_WRAPPER  prints what reaches the agent when the
-#                                                        extension disconnects early.
-import base64, collections, contextlib, hashlib, http.server, itertools, json, os, queue, shlex
+# ctest runs it as browserTest.py chromium|firefox BUILD_DIR NSS_WRAPPER; bench/browserDisconnect.py
+# measures with the same session what reaches the agent when the extension disconnects early.
+import base64, contextlib, hashlib, http.server, itertools, json, os, queue, shlex
 import shutil, signal, socketserver, struct, subprocess, sys, tempfile, threading, time, types
 from pathlib import Path
 
@@ -229,54 +227,26 @@ def stop_for_update(session):
         "no update line in the log"
 
 
-# Prints how many messages reached the agent in each of five runs per count of messages posted,
-# browser, and moment of the disconnect: at once, or once the first message reached the agent.
-# Chromium may start the host late, or not at all, when the port is gone first, so messages
-# carry their run's tag and are counted once every run has ended.
-def disconnect_table(build_dir, nss_wrapper):
-    counts, moments, runs = (5, 20, 50), (True, False), range(5)
-    reached = collections.Counter()
-    for browser in BROWSERS:
-        with contextlib.ExitStack() as stack:
-            session = open_session(browser, build_dir, nss_wrapper, stack)
-            for count, at_once, run in itertools.product(counts, moments, runs):
-                tag = f"{browser} {count} {at_once} {run}"
-                messages = [{"run": tag, "message": index} for index in range(count)]
-                session.commands.put({"connect": True, "post": messages, "disconnect": at_once})
-                if not at_once:
-                    wait_for(lambda: serialised(messages[0]) in session.frames,
-                             "the first message at the agent")
-                    session.commands.put({"disconnect": True})
-                expect(session, "disconnected")
-                wait_for(lambda: not host_pids(session.host), "the host to end")
-            reached.update(json.loads(frame)["run"] for frame in session.frames)
-    print("| Posted | Chromium, at once | Chromium, after the first | Firefox, at once "
-          "| Firefox, after the first |\n|---|---|---|---|---|")
-    for count in counts:
-        cells = [", ".join(str(reached[f"{browser} {count} {at_once} {run}"]) for run in runs)
-                 for browser, at_once in itertools.product(BROWSERS, moments)]
-        print(f"| {count} | {' | '.join(cells)} |")
+# The names of what a run needs and this machine lacks: the browsers, strace and nss_wrapper.
+def missing_tools(browsers, nss_wrapper):
+    needed = {browser: any(map(shutil.which, BROWSERS[browser])) for browser in browsers} | {
+        "strace (records how the host ends)": shutil.which("strace"),
+        "nss_wrapper (gives the host a fake user)": Path(nss_wrapper).is_file()}
+    return [name for name, found in needed.items() if not found]
 
 
 def main():
-    if len(sys.argv) != 4 or sys.argv[1] not in [*BROWSERS, "disconnect-table"]:
-        sys.exit("usage: browserTest.py chromium|firefox|disconnect-table BUILD_DIR NSS_WRAPPER")
-    mode, build_dir, nss_wrapper = sys.argv[1:]
-    needed = {browser: any(map(shutil.which, BROWSERS[browser])) for browser in BROWSERS
-              if mode in (browser, "disconnect-table")} | {
-        "strace (records how the host ends)": shutil.which("strace"),
-        "nss_wrapper (gives the host a fake user)": Path(nss_wrapper).is_file()}
-    if missing := [name for name, found in needed.items() if not found]:
+    if len(sys.argv) != 4 or sys.argv[1] not in BROWSERS:
+        sys.exit("usage: browserTest.py chromium|firefox BUILD_DIR NSS_WRAPPER")
+    browser, build_dir, nss_wrapper = sys.argv[1:]
+    if missing := missing_tools([browser], nss_wrapper):
         print("SKIPPED: not installed (see scripts/prerequisites.sh):", ", ".join(missing))
         return 77
-    if mode == "disconnect-table":
-        return disconnect_table(build_dir, nss_wrapper)
-    started = time.monotonic()
     with contextlib.ExitStack() as stack:
-        session = open_session(mode, build_dir, nss_wrapper, stack)
+        session = open_session(browser, build_dir, nss_wrapper, stack)
         forward_and_disconnect(session)
         stop_for_update(session)
-    print(f"All {mode} checks passed in {time.monotonic() - started:.1f} s.")
+    print(f"All {browser} checks passed.")
 
 
 if __name__ == "__main__":

@@ -15,14 +15,6 @@
 
 namespace {
 
-std::string lengthBytes(uint32_t length) {
-    return std::string(reinterpret_cast<const char*>(&length), sizeof(length));
-}
-
-std::string frame(const std::string& payload) {
-    return lengthBytes(static_cast<uint32_t>(payload.size())) + payload;
-}
-
 // What a receive gave: "null", "empty" (a packet without data) or the payload.
 std::string outcome(const std::shared_ptr<Packet>& packet) {
     return !packet                                        ? "null"
@@ -36,8 +28,8 @@ TEST(ExtPortTest, ReceiveGivesWholeFramesAndEmptyPacketsTracesPayloadsThenNullWh
     const std::string payload("line\nzero\0byte", 14);
     // A length with the top bit set reads no payload; its first four bytes are the next one.
     // The last frame is cut short by the end of the input.
-    ASSERT_TRUE(replaceStandardInput(frame(payload) + frame("") + lengthBytes(0x80000007u) +
-                                     frame("abc") + frame("hello").substr(0, 7)));
+    ASSERT_TRUE(replaceStandardInput(frameOf(payload) + frameOf("") + lengthBytes(0x80000007u) +
+                                     frameOf("abc") + frameOf("hello").substr(0, 7)));
     auto writer = std::make_shared<RecordingWriter>();
     ExtPort port(writer);
 
@@ -80,7 +72,7 @@ TEST(ExtPortTest, SendWritesOneWholeFrameAndRefusesEmptyPacketsAndACancelledPort
     std::string written(64, '\0');
     written.resize(static_cast<std::size_t>(read(ends[0], written.data(), written.size())));
     close(ends[0]);
-    EXPECT_EQ(written, frame("hi\n"));
+    EXPECT_EQ(written, frameOf("hi\n"));
     EXPECT_EQ(sent, (std::vector<bool>{true, false, false, false}));
     EXPECT_EQ(writer->messages("EXT-PORT"),
               (std::vector<std::string>{kUpArrow + "3B, hi\n", "Can't send"}));

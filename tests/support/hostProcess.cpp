@@ -6,9 +6,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdint>
 #include <stdexcept>
 #include <thread>
+
+#include "support/packets.h"
 
 extern char** environ;
 
@@ -55,9 +56,7 @@ HostProcess::~HostProcess() {
 }
 
 void HostProcess::writeFrame(const std::string& payload) {
-    const uint32_t length = static_cast<uint32_t>(payload.size());
-    const std::string frame =
-        std::string(reinterpret_cast<const char*>(&length), sizeof(length)) + payload;
+    const std::string frame = frameOf(payload);
     for (std::size_t done = 0; done < frame.size();) {
         const ssize_t written = write(input, frame.data() + done, frame.size() - done);
         if (written <= 0) {
