@@ -30,7 +30,7 @@ for patch in "${patches[@]}"; do
         echo "missed  $name"
         missed=$((missed + 1))
     else
-        echo "caught  $name  $(sed -n 's/^ *[0-9]* - \([^ ]*\) .*/\1/p' suite.log | tr '\n' ' ')"
+        echo "caught  $name  $(sed -n 's/^[[:space:]]*[0-9]* - \([^ ]*\) .*/\1/p' suite.log | tr '\n' ' ')"
         caught=$((caught + 1))
     fi
     git apply -R "$patch"
