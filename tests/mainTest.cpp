@@ -134,15 +134,18 @@ TEST_F(HostEndToEndTest, VersionIsPrintedOnlyForAnExactFirstArgumentAndEachRunLo
     EXPECT_EQ(fs::status(logFolder()).permissions(), fs::perms::owner_all);
     EXPECT_EQ(fs::status(file).permissions(), fs::perms::owner_read | fs::perms::owner_write);
 
-    // Older log files beyond the ten newest go as a host starts.
+    runWithInputClosed({{"--Version"}, {"--version=1"}, {"-v"}, {"run"}});
+    EXPECT_EQ(count(kStartLine), 5u);
+    EXPECT_EQ(count(kStopLine), 5u);
+
+    // Older log files beyond the ten newest go as a host starts. One host only: hosts pruning
+    // the same folder at once may each see a file vanish mid-listing and prune out of order.
     for (int day = 10; day < 21; ++day) {
         const fs::path old = logFolder() / ("messagehost_2001_01_" + std::to_string(day) + ".log");
         std::ofstream{old};
         fs::last_write_time(old, fs::last_write_time(file) - std::chrono::hours(day));
     }
-    runWithInputClosed({{"--Version"}, {"--version=1"}, {"-v"}, {"run"}});
-    EXPECT_EQ(count(kStartLine), 5u);
-    EXPECT_EQ(count(kStopLine), 5u);
+    runWithInputClosed({{}});
     EXPECT_EQ(std::distance(fs::directory_iterator(logFolder()), fs::directory_iterator()), 10);
 }
 
