@@ -49,8 +49,7 @@ done
 
 host=bin/QuorvelNativeMessageHost
 mkdir -p build/macos-universal/bin
-llvm_lipo=$(command -v llvm-lipo || ls /usr/lib/llvm-*/bin/llvm-lipo | tail -1)
-"$llvm_lipo" -create "build/macos-arm64-cross/$host" "build/macos-x86_64-cross/$host" \
+"$(llvm_tool llvm-lipo)" -create "build/macos-arm64-cross/$host" "build/macos-x86_64-cross/$host" \
     -output "build/macos-universal/$host"
 
 scripts/check-macos-executable.sh "build/macos-arm64-cross/$host" arm64

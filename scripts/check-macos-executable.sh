@@ -12,8 +12,8 @@ if [ $# -lt 2 ]; then
 fi
 file=$1
 shift
-lipo=$(command -v llvm-lipo || ls /usr/lib/llvm-*/bin/llvm-lipo 2>/dev/null | tail -1 || true)
-[ -n "$lipo" ] || { echo "llvm-lipo not found (Debian package llvm)" >&2; exit 1; }
+source "$(dirname "$0")/prerequisites.sh"
+lipo=$(llvm_tool llvm-lipo) || { echo "llvm-lipo not found (Debian package llvm)" >&2; exit 1; }
 
 sorted() {
     tr ' ' '\n' | grep . | sort | paste -sd ' '

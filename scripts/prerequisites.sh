@@ -26,6 +26,12 @@ have_libfuzzer() {
     echo "$program" | clang++ -fsanitize=fuzzer,address -x c++ - -o /dev/null 2>/dev/null
 }
 
+# Prints the path of an LLVM tool, such as llvm-lipo, which Debian's llvm package keeps in its
+# versioned folder rather than on PATH; fails when there is none.
+llvm_tool() {
+    command -v "$1" || { ls /usr/lib/llvm-*/bin/"$1" 2>/dev/null | sort -V | tail -1; }
+}
+
 # Prints the Debian packages that are missing; with "tests", also what the test suite needs;
 # with "bench", also Google Benchmark and socat (one of the references the host is measured by);
 # with "fuzz", also clang and its fuzzer runtime; with "macos", also what cross-building for macOS
