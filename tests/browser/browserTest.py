@@ -160,11 +160,12 @@ def expect(session, event):
     return report["at"] / 1000
 
 
-# Gives the extension a command that starts the host and prints how the browser started it.
+# Has the extension connect, which starts the host, and prints how the browser started it.
 # strace watches the host from outside: the browser stays its parent and its signals reach the
-# host itself, while strace records how and when it ended.
-def start_host(session, command):
-    session.commands.put({"connect": True} | command)
+# host itself, while strace records how and when it ended. Messages are for after it returns:
+# strace's attaching cuts short a write the host is blocked in, which counts as a failed send.
+def start_host(session):
+    session.commands.put({"connect": True})
     (pid,) = wait_for(lambda: host_pids(session.host), "the browser to start the host")
     # Its exe link turns to the host a moment before its arguments are in place.
     cmdline = wait_for(Path(f"/proc/{pid}/cmdline").read_bytes, "the host's arguments")
@@ -172,15 +173,18 @@ def start_host(session, command):
     folder = os.readlink(f"/proc/{pid}/cwd")
     print(f"{session.name} started the host with arguments {arguments} in {folder}")
     assert folder == str(session.host.parent), "the host does not run in its own folder"
-    return subprocess.Popen(["strace", "-ttt", "-e", "trace=none", "-p", str(pid)],
-                            stderr=subprocess.PIPE, text=True)
+    trace = subprocess.Popen(["strace", "-ttt", "-e", "trace=none", "-p", str(pid)],
+                             stderr=subprocess.PIPE, text=True)
+    assert "attached" in trace.stderr.readline(), "strace did not attach to the host"
+    return trace
 
 
 def host_end(trace):
     # How the host ended ("exited with 0", "killed by SIGKILL") and when: strace's last line.
     # LeakSanitizer cannot check a traced process, so an AddressSanitizer build can end with 1
     # where it would end with 0 (seen when Firefox closes the host's input).
-    when, how = trace.communicate(timeout=DEADLINE)[1].splitlines()[-1].split(" ", 1)
+    trace.wait(timeout=DEADLINE)
+    when, how = trace.stderr.read().splitlines()[-1].split(" ", 1)
     return how.strip("+ "), float(when)
 
 
@@ -196,7 +200,11 @@ def log_entries(home):
 # browser kills the host after the disconnect.
 def forward_and_disconnect(session):
     expected = [serialised(message) for message in MESSAGES]
-    trace = start_host(session, {"post": MESSAGES})
+    trace = start_host(session)
+    # The agent port turns away what comes while it connects: the first message goes alone.
+    session.commands.put({"post": MESSAGES[:1]})
+    wait_for(lambda: session.frames, "the first message to reach the agent")
+    session.commands.put({"post": MESSAGES[1:]})
     wait_for(lambda: len(session.frames) >= len(expected), "every message to reach the agent")
     assert session.frames == expected, "the agent received other bytes than the browser sent"
     session.commands.put({"disconnect": True})
@@ -216,7 +224,7 @@ def forward_and_disconnect(session):
 # An update marker stops a host whose port is open, with status 0; the extension sees its port
 # close.
 def stop_for_update(session):
-    trace = start_host(session, {})
+    trace = start_host(session)
     created = time.time()
     session.host.with_name(session.host.name + "_update").touch()
     expect(session, "closed")
