@@ -14,8 +14,6 @@
 namespace {
 
 const char* const kSource = "AGT-PORT";
-// The agent listens on this prefix followed by the SHA-1 of the user's home folder.
-const char* const kSocketPrefix = "/tmp/quorvel";
 constexpr int32_t kNoSocket = -1;
 // The longest a connect or a write waits for the agent: no longer than the update watcher's
 // wait, which stopping the host waits out anyway.
@@ -80,7 +78,7 @@ bool writeFrame(int32_t descriptor, const Packet& packet) {
 }  // namespace
 
 AgentPort::AgentPort(std::shared_ptr<IWriter> writer) : tracer(kSource, std::move(writer)) {
-    socketPath = kSocketPrefix + sha1Hash(getHomeDir());
+    socketPath = getAgentSocketPath();
     tracer.WriteEntry("Socket name: " + socketPath);
 }
 

@@ -22,6 +22,8 @@
 
 namespace {
 
+// The agent listens on this prefix followed by the SHA-1 of the user's home folder.
+const char* const kAgentSocketPrefix = "/tmp/quorvel";
 const char* const kLogsRelativeDir = "Library/Application Support/velmarch-agent/logs/messagehost";
 const char* const kDownArrow = "\xE2\x86\x93";
 const char* const kUpArrow = "\xE2\x86\x91";
@@ -62,6 +64,29 @@ std::string getHomeDir() {
         return std::string();
     }
     return found->pw_dir;
+}
+
+std::string getAgentSocketPath() {
+    return kAgentSocketPrefix + sha1Hash(getHomeDir());
+}
+
+bool getPeerUserId(int descriptor, uid_t& peer) {
+#if defined(__APPLE__)
+    gid_t group = 0;
+    return getpeereid(descriptor, &peer, &group) == 0;
+#else
+    ucred credentials{};
+    socklen_t size = sizeof(credentials);
+    if (getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) {
+        return false;
+    }
+    peer = credentials.uid;
+    return true;
+#endif
+}
+
+bool isTrustedListener(uid_t listener) {
+    return listener == geteuid() || listener == 0;
 }
 
 std::string getLogsDir() {

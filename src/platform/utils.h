@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/types.h>
 #include <sys/un.h>
 #include <array>
 
@@ -13,6 +14,18 @@ struct Packet;
 
 // The user's home folder from the user database (the real user id), or "" without an entry.
 std::string getHomeDir();
+
+// The socket on which this user's agent listens: "/tmp/quorvel" followed by the SHA-1 of the
+// home folder.
+std::string getAgentSocketPath();
+
+// The effective user id of the process that listens at the other end of a connected local
+// socket, as the kernel tells it; false with errno set when it cannot tell.
+bool getPeerUserId(int descriptor, uid_t& peer);
+
+// Whether a listener running as this user may receive this user's messages: only the host's own
+// effective user, or root, which can read them anyway.
+bool isTrustedListener(uid_t listener);
 
 // The folder of the host's log files under the home folder; "/" when there is no home.
 std::string getLogsDir();
