@@ -174,5 +174,27 @@ int32_t AgentPort::ConnectSocket() {
         close(descriptor);
         return kNoSocket;
     }
+    if (!TrustsListener(descriptor)) {
+        close(descriptor);
+        return kNoSocket;
+    }
     return descriptor;
+}
+
+// The socket's name is public and /tmp is writable by everyone: whoever listens there first would
+// read every message, so the listener must be this user (or root) before a byte is written.
+bool AgentPort::TrustsListener(int32_t descriptor) {
+    uid_t listener = 0;
+    if (!getPeerUserId(descriptor, listener)) {
+        tracer.WriteEntry("Can't tell who listens on socket(" + socketPath +
+                          "): " + std::strerror(errno));
+        return false;
+    }
+    if (!isTrustedListener(listener)) {
+        tracer.WriteEntry("Refusing socket(" + socketPath + "): its listener runs as user " +
+                          std::to_string(listener) + ", not as the host's user " +
+                          std::to_string(geteuid()) + " or root");
+        return false;
+    }
+    return true;
 }

@@ -42,6 +42,7 @@ class AgentPort : public IPort {
   private:
     bool Send(std::shared_ptr<Packet> packet);  // worker thread only
     int32_t ConnectSocket();                    // worker thread only; -1 on failure
+    bool TrustsListener(int32_t descriptor);    // worker thread only; logs a refusal
     void CloseSocket();                         // socketLock held
 
     Tracer tracer;

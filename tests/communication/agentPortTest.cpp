@@ -1,5 +1,7 @@
 #include "communication/agentPortMac.h"
 
+#include <unistd.h>
+
 #include <chrono>
 #include <future>
 #include <memory>
@@ -15,6 +17,9 @@
 #include "support/testAgent.h"
 
 namespace {
+
+// The unprivileged user that stands for another account of the machine.
+constexpr uid_t kOtherUser = 65534;
 
 // Sends through the port and waits for its callback: "sent", "failed" or "no callback".
 std::string send(AgentPort& port, const std::string& payload) {
@@ -47,4 +52,42 @@ TEST(AgentPortTest, CancelEndsTheConnectionAndEveryLaterPacketFailsWithoutALine)
     EXPECT_EQ(writer->messages("AGT-PORT"),
               (std::vector<std::string>{"Socket name: " + agentPath, kUpArrow + "5B, hello",
                                         "Canceling AgentPort"}));
+}
+
+// The socket's name is public: whoever listens there first must get nothing, and the next message
+// checks again, so that this user's agent gets every message once it has the name back.
+TEST(AgentPortTest, ListenerOfAnotherUserReceivesNoByteAndThisUsersAgentEveryMessage) {
+    SKIP_WITHOUT_FAKE_USER();
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can listen as another user; this test is skipped";
+    }
+    const std::string agentPath = "/tmp/quorvel" + sha1Hash(fakeUser::home());
+    const std::vector<std::string> payloads{"{\"tab\":1}", std::string("\0\xff\n", 3),
+                                            std::string(70000, 'x')};
+    auto writer = std::make_shared<RecordingWriter>();
+    AgentPort port(writer);
+    std::vector<std::string> expectedLines{"Socket name: " + agentPath};
+    {
+        TestAgent stranger(agentPath, kOtherUser);
+        for (const std::string& payload : payloads) {
+            EXPECT_EQ(send(port, payload), "failed");
+            // Connected, then closed before any byte was written.
+            ASSERT_TRUE(stranger.acceptConnection());
+            EXPECT_TRUE(stranger.waitForEnd());
+            expectedLines.push_back("Refusing socket(" + agentPath +
+                                    "): its listener runs as user 65534, not as the host's "
+                                    "user 0 or root");
+            expectedLines.push_back("Can't send");
+        }
+    }
+    TestAgent agent(agentPath);
+    for (const std::string& payload : payloads) {
+        EXPECT_EQ(send(port, payload), "sent");
+        expectedLines.push_back(kUpArrow + std::to_string(payload.size()) + "B, " + payload);
+    }
+    ASSERT_TRUE(agent.acceptConnection());
+    for (const std::string& payload : payloads) {
+        EXPECT_EQ(agent.readFrame(), payload);
+    }
+    EXPECT_EQ(writer->messages("AGT-PORT"), expectedLines);
 }

@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,6 +17,7 @@
 namespace {
 
 constexpr int kDeadlineSeconds = 20;
+constexpr int kOtherUsersBacklog = 16;
 
 }  // namespace
 
@@ -25,6 +27,30 @@ TestAgent::TestAgent(const std::string& path, int backlog) : path_(path) {
     if (bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
         listen(listener_, backlog) != 0) {
         throw std::runtime_error("cannot listen at " + path + ": " + std::strerror(errno));
+    }
+}
+
+TestAgent::TestAgent(const std::string& path, uid_t user) : path_(path) {
+    const sockaddr_un address = localSocketAddress(path);
+    listener_ = socket(AF_UNIX, SOCK_STREAM, 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        // A child of a threaded process: async-signal-safe calls only, its error as the status.
+        const bool listening =
+            setuid(user) == 0 &&
+            bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 &&
+            listen(listener_, kOtherUsersBacklog) == 0;
+        _exit(listening ? 0 : errno);
+    }
+    int status = -1;
+    const bool waited = child != -1 && waitpid(child, &status, 0) == child;
+    if (!waited || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        const std::string reason = !waited             ? "no child process"
+                                   : WIFEXITED(status) ? std::strerror(WEXITSTATUS(status))
+                                                       : "the child was killed";
+        close(listener_);
+        throw std::runtime_error("cannot listen at " + path + " as user " + std::to_string(user) +
+                                 ": " + reason);
     }
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -12,6 +14,9 @@ class TestAgent {
     // Throws std::runtime_error when it cannot listen. On Linux a backlog of 0 holds a second
     // connect in progress until the first connection is accepted.
     explicit TestAgent(const std::string& path, int backlog = 16);
+    // Listens as another user (only root may): a child process that runs as that user binds and
+    // listens, so that the kernel names that user as the listener and owns the socket file.
+    TestAgent(const std::string& path, uid_t user);
     ~TestAgent();
     TestAgent(const TestAgent&) = delete;
     TestAgent& operator=(const TestAgent&) = delete;
