@@ -1,4 +1,4 @@
-# Warnings and sanitizers for every target of the project, switched by the presets.
+# Warnings, sanitizers and hardening for every target of the project, switched by the presets.
 
 if(QUORVEL_SANITIZER STREQUAL "address")
     set(QUORVEL_SANITIZER_FLAGS -fsanitize=address,undefined -fno-sanitize-recover=all
@@ -17,11 +17,30 @@ if(QUORVEL_FUZZ)
     list(APPEND QUORVEL_SANITIZER_FLAGS -fsanitize=fuzzer-no-link)
 endif()
 
+# Hardening, as distributions build programs that hold private data: a canary in every function
+# with a local array or address taken, and fortified libc calls. On Linux also a position-
+# independent executable (macOS's default), stack probes against stack clashes (macOS probes
+# large frames by default) and relocations made read-only once all are resolved at start.
+# Fortified calls need the optimiser, and the sanitizers bring checks of their own.
+set(QUORVEL_HARDENING_FLAGS -fstack-protector-strong)
+if(NOT APPLE)
+    list(APPEND QUORVEL_HARDENING_FLAGS -fPIE -fstack-clash-protection)
+    set(QUORVEL_HARDENING_LINK_FLAGS -pie -Wl,-z,relro,-z,now)
+endif()
+if(QUORVEL_SANITIZER STREQUAL "")
+    # Undefined first: some compilers define it already, and a redefinition is a warning.
+    set(optimised $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
+    list(APPEND QUORVEL_HARDENING_FLAGS
+         $<${optimised}:-U_FORTIFY_SOURCE> $<${optimised}:-D_FORTIFY_SOURCE=2>)
+endif()
+
 function(quorvel_target_options target)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic)
     if(QUORVEL_WERROR)
         target_compile_options(${target} PRIVATE -Werror)
     endif()
+    target_compile_options(${target} PRIVATE ${QUORVEL_HARDENING_FLAGS})
+    target_link_options(${target} PRIVATE ${QUORVEL_HARDENING_LINK_FLAGS})
     if(QUORVEL_SANITIZER_FLAGS)
         target_compile_options(${target} PRIVATE ${QUORVEL_SANITIZER_FLAGS})
         target_link_options(${target} PRIVATE ${QUORVEL_SANITIZER_FLAGS})

@@ -37,10 +37,13 @@ llvm_tool() {
 # with "fuzz", also clang and its fuzzer runtime; with "macos", also what cross-building for macOS
 # needs: npm (to fetch the Zig toolchain), llvm (llvm-objdump and llvm-lipo) and GoogleTest's
 # sources; with "browsers", the browsers that the browser tests drive the host from, and strace,
-# which records how the host ends.
+# which records how the host ends; with "hardening", Debian's hardening-check.
 missing_packages() {
     command -v cmake >/dev/null || echo cmake
     command -v make >/dev/null || echo make
+    if [ "${1:-}" = hardening ]; then
+        command -v hardening-check >/dev/null || echo devscripts
+    fi
     if [ "${1:-}" = macos ]; then
         command -v npm >/dev/null || echo npm
         command -v llvm-objdump >/dev/null || echo llvm
@@ -70,9 +73,11 @@ missing_packages() {
     command -v socat >/dev/null || echo socat
 }
 
-# Usage: require_prerequisites [tests|bench|fuzz|macos|browsers]
+# Usage: require_prerequisites [tests|bench|fuzz|macos|browsers|hardening]
 require_prerequisites() {
-    local missing
+    local missing recommends=""
+    # devscripts recommends dozens of packages, none of which hardening-check needs.
+    [ "${1:-}" = hardening ] && recommends=--no-install-recommends
     missing=$(missing_packages "${1:-}" | sort -u | tr '\n' ' ')
     [ -z "${missing// /}" ] && return 0
 
@@ -88,7 +93,7 @@ require_prerequisites() {
         export DEBIAN_FRONTEND=noninteractive
         apt-get update -qq
         # shellcheck disable=SC2086
-        apt-get install -y -qq $missing >/dev/null
+        apt-get install -y -qq $recommends $missing >/dev/null
         return 0
     fi
     echo "Missing: $missing" >&2
