@@ -1,22 +1,33 @@
 // Micro-benchmarks of the costs paid for every message and every log line: the SHA-1 digest,
-// building a log line, tracing a packet and the log writer's work for one line.
+// building a log line, tracing a packet, the log writer's work for one line and the agent port's
+// work for one message. Runs under a fake user entry, as the tests do, so that the agent port
+// connects to a socket of its own, never to the real user's agent.
 
 #include <benchmark/benchmark.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <memory>
+#include <optional>
 #include <string>
+#include <thread>
 
+#include "communication/agentPortMac.h"
 #include "communication/packet.h"
 #include "logger/dailyFileWriter.h"
 #include "logger/iWriter.h"
 #include "logger/tracer.h"
 #include "platform/utils.h"
+#include "support/fakeUser.h"
+#include "support/packets.h"
 #include "support/tempDir.h"
+#include "support/testAgent.h"
 
 namespace fs = std::filesystem;
 
@@ -25,6 +36,8 @@ namespace {
 constexpr std::int64_t kSmallPayload = 100;
 constexpr std::int64_t kLargePayload = 1 << 20;
 constexpr std::size_t kLogFilesPresent = 10;
+constexpr int kMessagesPerBatch = 100;
+const std::string kLastFrame = "last";
 
 // A log sink that only counts, so that what is measured is the line's construction.
 class CountingWriter : public IWriter {
@@ -65,6 +78,36 @@ struct WriterWithTenFiles {
     TempDir logFolder;
     std::unique_ptr<DailyFileWriter> writer;
 };
+
+// The stand-in agent on a thread of its own: takes every connection and reads its frames until
+// the frame kLastFrame.
+class DrainingAgent {
+  public:
+    explicit DrainingAgent(const std::string& path) : agent(path), reader([this] { drain(); }) {}
+    ~DrainingAgent() { reader.join(); }
+
+  private:
+    void drain() {
+        while (agent.acceptConnection()) {
+            while (const std::optional<std::string> frame = agent.readFrame()) {
+                if (*frame == kLastFrame) {
+                    return;
+                }
+            }
+        }
+    }
+
+    TestAgent agent;
+    std::thread reader;
+};
+
+// Sends through the port and waits for the callback; whether it was sent.
+bool sendAndWait(AgentPort& port, std::shared_ptr<Packet> packet) {
+    std::promise<bool> result;
+    std::future<bool> outcome = result.get_future();
+    port.AsyncSend(std::move(packet), [&result](bool sent) { result.set_value(sent); });
+    return outcome.get();
+}
 
 void BM_Sha1(benchmark::State& state) {
     const std::string message(static_cast<std::size_t>(state.range(0)), 'h');
@@ -119,6 +162,72 @@ void BM_WriterRetentionPass(benchmark::State& state) {
 }
 BENCHMARK(BM_WriterRetentionPass)->Unit(benchmark::kMicrosecond);
 
+// The agent port's work for one 100-byte message, from its turn on the worker to the end of its
+// callback: over one connection (0), or over a new one each time (1: connect, check who listens,
+// write, trace, then Release in the callback). The first send of each batch holds the worker in
+// its callback until the whole batch is queued, so that an idle worker's 100 ms poll is not timed.
+void BM_AgentPortSend(benchmark::State& state) {
+    if (fakeUser::home().empty()) {
+        state.SkipWithError("needs nss_wrapper (Debian package libnss-wrapper) for a fake user");
+        return;
+    }
+    const bool reconnect = state.range(0) != 0;
+    std::optional<DrainingAgent> agent;
+    agent.emplace("/tmp/quorvel" + sha1Hash(fakeUser::home()));
+    AgentPort port(std::make_shared<CountingWriter>());
+    const std::shared_ptr<Packet> packet = filledPacket(kSmallPayload);
+    std::atomic<int> failures{0};
+    for (auto _ : state) {
+        std::promise<void> held;
+        std::promise<void> queued;
+        std::promise<void> done;
+        std::shared_future<void> batchQueued = queued.get_future().share();
+        port.AsyncSend(packet, [&](bool) {
+            held.set_value();
+            batchQueued.wait();
+            if (reconnect) {
+                port.Release();
+            }
+        });
+        held.get_future().wait();
+        for (int i = 1; i <= kMessagesPerBatch; ++i) {
+            port.AsyncSend(packet, [&, last = i == kMessagesPerBatch](bool sent) {
+                failures += sent ? 0 : 1;
+                if (reconnect) {
+                    port.Release();
+                }
+                if (last) {
+                    done.set_value();
+                }
+            });
+        }
+        const auto start = std::chrono::steady_clock::now();
+        queued.set_value();
+        done.get_future().wait();
+        state.SetIterationTime(
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+    }
+    state.SetItemsProcessed(state.iterations() * kMessagesPerBatch);
+    const bool lastSent = sendAndWait(port, packetWith(kLastFrame));
+    agent.reset();
+    if (failures != 0 || !lastSent) {
+        state.SkipWithError("a message was not sent");
+    }
+}
+BENCHMARK(BM_AgentPortSend)->Arg(0)->Arg(1)->UseManualTime()->Unit(benchmark::kMicrosecond);
+
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    const int status = fakeUser::rerunUnderFakeUser(argc, argv);
+    if (status >= 0) {
+        return status;
+    }
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
