@@ -4,6 +4,8 @@
 // connects to a socket of its own, never to the real user's agent.
 
 #include <benchmark/benchmark.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -36,7 +38,7 @@ namespace {
 constexpr std::int64_t kSmallPayload = 100;
 constexpr std::int64_t kLargePayload = 1 << 20;
 constexpr std::size_t kLogFilesPresent = 10;
-constexpr int kMessagesPerBatch = 100;
+constexpr int kMessagesPerBatch = 10000;
 const std::string kLastFrame = "last";
 
 // A log sink that only counts, so that what is measured is the line's construction.
@@ -165,7 +167,8 @@ BENCHMARK(BM_WriterRetentionPass)->Unit(benchmark::kMicrosecond);
 // The agent port's work for one 100-byte message, from its turn on the worker to the end of its
 // callback: over one connection (0), or over a new one each time (1: connect, check who listens,
 // write, trace, then Release in the callback). The first send of each batch holds the worker in
-// its callback until the whole batch is queued, so that an idle worker's 100 ms poll is not timed.
+// its callback until the whole batch is queued, so that an idle worker's 100 ms poll is not timed;
+// the batch is large, so that the poll before each batch does not make a run last minutes.
 void BM_AgentPortSend(benchmark::State& state) {
     if (fakeUser::home().empty()) {
         state.SkipWithError("needs nss_wrapper (Debian package libnss-wrapper) for a fake user");
@@ -215,6 +218,22 @@ void BM_AgentPortSend(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_AgentPortSend)->Arg(0)->Arg(1)->UseManualTime()->Unit(benchmark::kMicrosecond);
+
+// What the listener check adds to each connection: one query of the peer's user, then the verdict.
+void BM_ListenerCheck(benchmark::State& state) {
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) {
+        state.SkipWithError("no socket pair");
+        return;
+    }
+    for (auto _ : state) {
+        uid_t listener = 0;
+        benchmark::DoNotOptimize(getPeerUserId(ends[0], listener) && isTrustedListener(listener));
+    }
+    close(ends[0]);
+    close(ends[1]);
+}
+BENCHMARK(BM_ListenerCheck);
 
 }  // namespace
 

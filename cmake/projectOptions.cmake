@@ -19,8 +19,8 @@ endif()
 
 # Hardening, as distributions build programs that hold private data: a canary in every function
 # with a local array or address taken, and fortified libc calls. On Linux also a position-
-# independent executable (macOS's default), stack probes against stack clashes (macOS probes
-# large frames by default) and relocations made read-only once all are resolved at start.
+# independent executable (macOS's default), stack probes against stack clashes, and relocations
+# made read-only once all are resolved at start (an ELF feature that Mach-O does not have).
 # Fortified calls need the optimiser, and the sanitizers bring checks of their own.
 set(QUORVEL_HARDENING_FLAGS -fstack-protector-strong)
 if(NOT APPLE)
