@@ -186,8 +186,9 @@ int32_t AgentPort::ConnectSocket() {
 bool AgentPort::TrustsListener(int32_t descriptor) {
     uid_t listener = 0;
     if (!getPeerUserId(descriptor, listener)) {
+        const int error = errno;
         tracer.WriteEntry("Can't tell who listens on socket(" + socketPath +
-                          "): " + std::strerror(errno));
+                          "): " + std::strerror(error));
         return false;
     }
     if (!isTrustedListener(listener)) {
