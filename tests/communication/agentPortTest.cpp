@@ -31,7 +31,6 @@ std::string send(AgentPort& port, const std::string& payload) {
 
 // Frames, reconnection and failures are seen end to end; what comes after Cancel is not.
 TEST(AgentPortTest, CancelEndsTheConnectionAndEveryLaterPacketFailsWithoutALine) {
-    SKIP_WITHOUT_FAKE_USER();
     // Where the port looks for the agent of the fake user; never the real user's socket.
     const std::string agentPath = "/tmp/quorvel" + sha1Hash(fakeUser::home());
     TestAgent agent(agentPath);
