@@ -12,10 +12,10 @@ from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
 MAC = sys.platform == "darwin"
-# Executable names or paths. Official Chrome builds ignore --load-extension, so on macOS the
-# test takes Chromium or Chrome for Testing, which honour it.
+# Executable names or paths, the first one found is used.
 BROWSERS = {"chromium": [f"/Applications/{name}.app/Contents/MacOS/{name}" for name in
-                         ("Chromium", "Google Chrome for Testing")] if MAC else ["chromium"],
+                         ("Chromium", "Google Chrome for Testing", "Google Chrome")]
+                        if MAC else ["chromium"],
             "firefox": ["/Applications/Firefox.app/Contents/MacOS/firefox"] if MAC else
                        ["firefox-esr", "firefox"]}
 # The fake user library in the build's bin folder, and how the host is made to load it.
@@ -94,7 +94,8 @@ def host_pids(executable):
 
 # Writes the test extension, which asks the driver at url for its commands, where the browser
 # loads it from; returns the browser's options and the arguments of install-manifests.sh that
-# allow the extension.
+# allow the extension. A Chromium-family browser is asked to load it over the DevTools pipe
+# (start_browser): official Chrome builds ignore --load-extension.
 def install_extension(browser, work, url):
     home, extension = work / "home", work / "extension"
     shutil.copytree(HERE / browser, extension)
@@ -110,7 +111,7 @@ def install_extension(browser, work, url):
         return ["--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
                 "--disable-background-networking", "--disable-component-update",
                 "--disable-sync", f"--user-data-dir={home / PROFILES[browser]}",
-                f"--load-extension={extension}"], ids
+                "--remote-debugging-pipe", "--enable-unsafe-extension-debugging"], ids
     # Release builds load an unsigned extension that a file in the profile's extensions folder
     # points to, once signatures are not required and such extensions are enabled.
     extension_id = manifest["browser_specific_settings"]["gecko"]["id"]
@@ -141,6 +142,44 @@ def write_wrapper(work, host, build_dir):
     return wrapper
 
 
+# Starts the headless browser in a process group of its own, its output going to the log, and
+# returns its process id. A Chromium-family browser reads DevTools commands on descriptor 3 and
+# answers on 4; over them it loads the unpacked extension, whose id must be the expected one.
+# posix_spawn places the pipe's ends there without running Python code in the child, which the
+# threads already serving the extension rule out.
+def start_browser(browser, options, extension, expected_id, environment, output):
+    command = [next(filter(None, map(shutil.which, BROWSERS[browser]))), "--headless", *options,
+               "about:blank"]
+    actions = [(os.POSIX_SPAWN_DUP2, output.fileno(), 1), (os.POSIX_SPAWN_DUP2, output.fileno(), 2)]
+    if browser != "chromium":
+        return os.posix_spawn(command[0], command, environment, file_actions=actions, setpgroup=0)
+    (commands_end, commands), (answers, answers_end) = os.pipe(), os.pipe()
+    actions += [(os.POSIX_SPAWN_DUP2, commands_end, 3), (os.POSIX_SPAWN_DUP2, answers_end, 4)]
+    pid = os.posix_spawn(command[0], command, environment, file_actions=actions, setpgroup=0)
+    os.close(commands_end)
+    os.close(answers_end)
+    load = {"id": 1, "method": "Extensions.loadUnpacked", "params": {"path": str(extension)}}
+    os.write(commands, json.dumps(load).encode() + b"\0")
+    with os.fdopen(answers, "rb") as replies:
+        reply = devtools_reply(replies, load["id"])
+    assert reply.get("result", {}).get("id") == expected_id, f"extension not loaded: {reply}"
+    return pid  # closing its end of the commands would stop the browser: it stays open
+
+
+# The browser's reply to the command with the given id; {} when the browser has gone first.
+# Each message ends with a NUL byte.
+def devtools_reply(replies, command_id):
+    message = b""
+    while byte := replies.read(1):
+        if byte != b"\0":
+            message += byte
+        elif (reply := json.loads(message)).get("id") == command_id:
+            return reply
+        else:
+            message = b""
+    return {}
+
+
 # One headless browser with the test extension, the installed host and a recording agent.
 # Everything it starts or writes is gone when the stack closes; on a failure the browser's
 # output, which holds the host's standard error (sanitizer reports included), is printed first.
@@ -163,12 +202,10 @@ def open_session(browser, build_dir, stack):
     frames = serve(stack, socketserver.ThreadingUnixStreamServer(agent, Agent), frames=[]).frames
     stack.callback(os.unlink, agent)
     output = stack.enter_context(open(work / "browser.log", "wb"))
-    process = subprocess.Popen([next(filter(shutil.which, BROWSERS[browser])), "--headless",
-                                *options, "about:blank"], env=environment, stdout=output,
-                               stderr=output, start_new_session=True)
+    pid = start_browser(browser, options, work / "extension", ids[1], environment, output)
     stack.callback(lambda: [os.kill(pid, signal.SIGKILL) for pid in host_pids(host)])
-    stack.callback(process.wait)
-    stack.callback(os.killpg, process.pid, signal.SIGKILL)
+    stack.callback(os.waitpid, pid, 0)
+    stack.callback(os.killpg, pid, signal.SIGKILL)
     stack.push(lambda failed, *_: failed and print(
         (work / "browser.log").read_text(errors="replace")[-3000:], file=sys.stderr))
     return types.SimpleNamespace(name=browser, home=home, host=host, frames=frames,
