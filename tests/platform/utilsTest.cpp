@@ -14,6 +14,7 @@ TEST(UserFoldersTest, LogsFolderLiesUnderTheHomeWithOrWithoutSlashAndIsRootWitho
     fakeUser::setHome(home + "/");
     EXPECT_EQ(getLogsDir(), logs);
     fakeUser::setHome("");
+    EXPECT_EQ(getHomeDir(), "");
     EXPECT_EQ(getLogsDir(), "/");
     fakeUser::setHome(home);
 }
