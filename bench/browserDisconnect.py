@@ -3,7 +3,7 @@
 # (5, 20, 50) and disconnects, at once or as soon as the first has reached the agent, five runs
 # each. Prints, as the table in docs/reliability.md, how many reached the agent whole in each
 # run. The browser sessions are the browser test's own (tests/browser/browserTest.py).
-# Usage: bench/browserDisconnect.py BUILD_DIR NSS_WRAPPER
+# Usage: bench/browserDisconnect.py BUILD_DIR
 import collections, contextlib, itertools, json, sys
 from pathlib import Path
 
@@ -16,12 +16,12 @@ from browserTest import (BROWSERS, expect, host_pids, missing_tools, open_sessio
 # browser, and moment of the disconnect: at once, or once the first message reached the agent.
 # Chromium may start the host late, or not at all, when the port is gone first, so messages
 # carry their run's tag and are counted once every run has ended.
-def disconnect_table(build_dir, nss_wrapper):
+def disconnect_table(build_dir):
     counts, moments, runs = (5, 20, 50), (True, False), range(5)
     reached = collections.Counter()
     for browser in BROWSERS:
         with contextlib.ExitStack() as stack:
-            session = open_session(browser, build_dir, nss_wrapper, stack)
+            session = open_session(browser, build_dir, stack)
             for count, at_once, run in itertools.product(counts, moments, runs):
                 tag = f"{browser} {count} {at_once} {run}"
                 messages = [{"run": tag, "message": index} for index in range(count)]
@@ -42,8 +42,8 @@ def disconnect_table(build_dir, nss_wrapper):
 
 
 if __name__ == "__main__":
-    if len(sys.argv) != 3:
-        sys.exit("usage: bench/browserDisconnect.py BUILD_DIR NSS_WRAPPER")
-    if missing := missing_tools(BROWSERS, sys.argv[2]):
+    if len(sys.argv) != 2:
+        sys.exit("usage: bench/browserDisconnect.py BUILD_DIR")
+    if missing := missing_tools(BROWSERS):
         sys.exit("Not installed (see scripts/prerequisites.sh): " + ", ".join(missing))
-    disconnect_table(*sys.argv[1:])
+    disconnect_table(sys.argv[1])

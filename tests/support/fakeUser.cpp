@@ -1,20 +1,23 @@
 #include "support/fakeUser.h"
 
 #include <spawn.h>
-#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
+
+#include "platform/utils.h"
 
 extern char** environ;
 
 namespace fakeUser {
 namespace {
 
-const char* const kHomeVariable = "QUORVEL_TEST_FAKE_HOME";
+// Names the file whose content is the fake home; the fake user library reads it.
+const char* const kFileVariable = "QUORVEL_FAKE_USER_FILE";
 
 // Prepends to a list in the environment, separated by a colon.
 void prependTo(const char* variable, const std::string& value) {
@@ -22,33 +25,38 @@ void prependTo(const char* variable, const std::string& value) {
     setenv(variable, (value + (old ? std::string(":") + old : "")).c_str(), 1);
 }
 
-void writeEntry(const std::string& home) {
-    std::ofstream(std::getenv("NSS_WRAPPER_PASSWD"), std::ios::trunc)
-        << "quorveltest:x:" << getuid() << ":" << getgid() << ":Quorvel test user:" << home
-        << ":/bin/sh\n";
+std::filesystem::path entryFile() {
+    const char* file = std::getenv(kFileVariable);
+    return file ? file : "";
+}
+
+// In the run under the fake user: whether the user database answers with the fake home.
+int checkFakeEntry() {
+    if (getHomeDir() == home()) {
+        return -1;
+    }
+    std::cerr << "The fake user library (" << QUORVEL_FAKE_USER_LIBRARY << ") does not answer "
+              << "for this user: no test runs, lest it touch the real user's home." << std::endl;
+    return 1;
 }
 
 }  // namespace
 
 int rerunUnderFakeUser(int, char** argv) {
-    const std::string nssWrapper = QUORVEL_NSS_WRAPPER;
-    if (nssWrapper.empty() || std::getenv(kHomeVariable) != nullptr) {
-        return -1;
+    if (!entryFile().empty()) {
+        return checkFakeEntry();
     }
     char folder[] = "/tmp/quorvel-test-XXXXXX";
     if (mkdtemp(folder) == nullptr) {
         return 1;
     }
-    const std::string fakeHome = std::string(folder) + "/home";
-    std::filesystem::create_directory(fakeHome);
-    std::ofstream(std::string(folder) + "/group") << "quorveltest:x:" << getgid() << ":\n";
-    setenv(kHomeVariable, fakeHome.c_str(), 1);
-    setenv("NSS_WRAPPER_PASSWD", (std::string(folder) + "/passwd").c_str(), 1);
-    setenv("NSS_WRAPPER_GROUP", (std::string(folder) + "/group").c_str(), 1);
-    prependTo("LD_PRELOAD", nssWrapper);
+    // Set before any thread runs; the run below inherits it all.
+    setenv(kFileVariable, (std::string(folder) + "/user").c_str(), 1);
+    prependTo(QUORVEL_PRELOAD_VARIABLE, QUORVEL_FAKE_USER_LIBRARY);
     // AddressSanitizer refuses to start when another library is preloaded ahead of it.
     prependTo("ASAN_OPTIONS", "verify_asan_link_order=0");
-    writeEntry(fakeHome);  // at the current time, before any version that setHome writes
+    std::filesystem::create_directory(home());
+    setHome(home());
 
     pid_t child = 0;
     int raw = 0;
@@ -59,17 +67,14 @@ int rerunUnderFakeUser(int, char** argv) {
 }
 
 std::string home() {
-    const char* value = std::getenv(kHomeVariable);
-    return value ? value : "";
+    return (entryFile().parent_path() / "home").string();
 }
 
 void setHome(const std::string& home) {
-    writeEntry(home);
-    // nss_wrapper reloads its file only when the modification time changes.
-    static long generation = 1;
-    const timeval times[2] = {{generation, 0}, {generation, 0}};
-    ++generation;
-    utimes(std::getenv("NSS_WRAPPER_PASSWD"), times);
+    // Renamed into place, so that a look-up at any moment reads one whole home or the other.
+    const std::filesystem::path next = entryFile().string() + ".next";
+    std::ofstream(next, std::ios::trunc) << home;
+    std::filesystem::rename(next, entryFile());
 }
 
 }  // namespace fakeUser

