@@ -1,43 +1,29 @@
 #pragma once
 
-#include <cctype>
 #include <ctime>
 #include <string>
 
-// The source column and message of a log line, "YYYY/MM/DD HH:MM:SS | SOURCE | message", as
-// "SOURCE | message" when its stamp is a local time (in this process's time zone) from earliest
-// to latest, clock readings taken before the line was made and after it was seen. Any other
-// line stays whole, an ill-stamped one with the reason, so that it shows in a comparison.
+// A time as the host stamps its log lines: local time, "YYYY/MM/DD HH:MM:SS".
+inline std::string stampOf(std::time_t time) {
+    std::tm local{};
+    localtime_r(&time, &local);
+    char text[32];
+    return std::string(text, std::strftime(text, sizeof(text), "%Y/%m/%d %H:%M:%S", &local));
+}
+
+// The source column and message of a log line, "STAMP | SOURCE | message", as
+// "SOURCE | message" when it is stamped with a second from earliest to latest, clock readings
+// taken before the line was made and after it was seen. Any other line stays whole, an
+// ill-stamped one with the window, so that it shows in a comparison.
 inline std::string checkedEntry(const std::string& line, std::time_t earliest, std::time_t latest) {
-    const std::string shape = "dddd/dd/dd dd:dd:dd | ";
-    if (line.size() < shape.size() + 3 || line.find(" | ", shape.size()) == std::string::npos) {
+    constexpr std::size_t kStampLength = 19;
+    if (line.find(" | ") != kStampLength) {
         return line;
     }
-    for (std::size_t i = 0; i < shape.size(); ++i) {
-        const bool digit = std::isdigit(static_cast<unsigned char>(line[i])) != 0;
-        if (shape[i] == 'd' ? !digit : line[i] != shape[i]) {
-            return line;
+    for (std::time_t second = earliest; second <= latest; ++second) {
+        if (line.compare(0, kStampLength, stampOf(second)) == 0) {
+            return line.substr(kStampLength + 3);
         }
     }
-    const auto field = [&](std::size_t at, std::size_t length) {
-        return std::stoi(line.substr(at, length));
-    };
-    std::tm stamp{};
-    stamp.tm_year = field(0, 4) - 1900;
-    stamp.tm_mon = field(5, 2) - 1;
-    stamp.tm_mday = field(8, 2);
-    stamp.tm_hour = field(11, 2);
-    stamp.tm_min = field(14, 2);
-    stamp.tm_sec = field(17, 2);
-    stamp.tm_isdst = -1;
-    const std::time_t time = std::mktime(&stamp);
-    if (time < earliest || time > latest) {
-        std::tm from{};
-        localtime_r(&earliest, &from);
-        char start[32];
-        std::strftime(start, sizeof(start), "%Y/%m/%d %H:%M:%S", &from);
-        return line + " (stamped outside " + start + " + " + std::to_string(latest - earliest) +
-               " s)";
-    }
-    return line.substr(shape.size());
+    return line + " (stamped outside " + stampOf(earliest) + " to " + stampOf(latest) + ")";
 }
