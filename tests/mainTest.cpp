@@ -47,7 +47,7 @@ constexpr std::uintmax_t kLogFileLimit = 20000000;
 
 // Each test runs the real executable as a user of its own, whose home is a fresh folder, in a
 // working directory of its own. This process and its hosts keep to a zone of UTC+05:30, where a
-// stamp or a file name in UTC or off by whole hours shows.
+// stamp or a file name in UTC instead of local time shows.
 class HostEndToEndTest : public testing::Test {
   protected:
     void SetUp() override {
