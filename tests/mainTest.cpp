@@ -70,11 +70,7 @@ class HostEndToEndTest : public testing::Test {
 
     // Today's log file of this number: 0 for the first, then _1, _2, ...
     fs::path todaysLog(int number) const {
-        const std::tm local = getLocalTime();
-        char date[16];
-        std::strftime(date, sizeof(date), "%Y_%m_%d", &local);
-        const std::string suffix = number == 0 ? "" : "_" + std::to_string(number);
-        return logFolder() / ("messagehost_" + std::string(date) + suffix + ".log");
+        return logFolder() / todaysLogName(number == 0 ? "" : "_" + std::to_string(number));
     }
 
     // The entries of every line logged today, file after file, past what the test planted in

@@ -3,12 +3,22 @@
 #include <ctime>
 #include <string>
 
-// A time as the host stamps its log lines: local time, "YYYY/MM/DD HH:MM:SS".
-inline std::string stampOf(std::time_t time) {
+// A time in this process's zone, formatted by strftime.
+inline std::string localText(std::time_t time, const char* format) {
     std::tm local{};
     localtime_r(&time, &local);
     char text[32];
-    return std::string(text, std::strftime(text, sizeof(text), "%Y/%m/%d %H:%M:%S", &local));
+    return std::string(text, std::strftime(text, sizeof(text), format, &local));
+}
+
+// A time as the host stamps its log lines.
+inline std::string stampOf(std::time_t time) {
+    return localText(time, "%Y/%m/%d %H:%M:%S");
+}
+
+// The name of today's log file with this suffix ("", "_1", "_2", ...).
+inline std::string todaysLogName(const std::string& suffix) {
+    return "messagehost_" + localText(std::time(nullptr), "%Y_%m_%d") + suffix + ".log";
 }
 
 // The source column and message of a log line, "STAMP | SOURCE | message", as
