@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -15,6 +14,7 @@
 #include "platform/utils.h"
 #include "support/fakeUser.h"
 #include "support/hostProcess.h"
+#include "support/logLine.h"
 #include "support/packets.h"
 #include "support/tempDir.h"
 #include "support/testAgent.h"
@@ -23,32 +23,38 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const std::string kStartLine = "Quorvel native message host is started, version: 1.2.0";
-const std::string kStopLine = "Quorvel native message host is stopped.";
-const std::string kForwarded = "Packet is forwarded successfully.";
-
-// The message part of a log line, after "YYYY/MM/DD HH:MM:SS | SOURCE | ".
-std::string messageOf(const std::string& line) {
-    const std::size_t separator = line.find(" | ", 22);
-    return separator == std::string::npos ? line : line.substr(separator + 3);
+// A log line's source column and message, as checkedEntry gives them.
+std::string entry(const std::string& source, const std::string& message) {
+    return source + " | " + message;
 }
 
-// The log entry of a frame read from the input (kDownArrow) or sent to the agent (kUpArrow).
-std::string entry(const std::string& arrow, const std::string& payload) {
-    return arrow + std::to_string(payload.size()) + "B, " + payload;
+const std::string kStartLine =
+    entry("HOST-APP", "Quorvel native message host is started, version: 1.2.0");
+const std::string kStopLine = entry("HOST-APP", "Quorvel native message host is stopped.");
+const std::string kForwarded = entry("EXT->AGT", "Packet is forwarded successfully.");
+const std::string kCantSend = entry("AGT-PORT", "Can't send");
+
+// The entries of a frame read from the input and of one sent to the agent.
+std::string incoming(const std::string& payload) {
+    return entry("EXT-PORT", kDownArrow + std::to_string(payload.size()) + "B, " + payload);
+}
+std::string outgoing(const std::string& payload) {
+    return entry("AGT-PORT", kUpArrow + std::to_string(payload.size()) + "B, " + payload);
 }
 
-std::string today(const char* format) {
-    const std::tm local = getLocalTime();
-    char text[16];
-    return std::string(text, std::strftime(text, sizeof(text), format, &local));
-}
+// A log file that holds this many bytes is full: the next line begins the next file.
+constexpr std::uintmax_t kLogFileLimit = 20000000;
 
 // Each test runs the real executable as a user of its own, whose home is a fresh folder, in a
-// working directory of its own.
+// working directory of its own. This process and its hosts keep to a zone of UTC+05:30, where a
+// stamp or a file name in UTC instead of local time shows.
 class HostEndToEndTest : public testing::Test {
   protected:
-    void SetUp() override { fakeUser::setHome(home.path()); }
+    void SetUp() override {
+        fakeUser::setHome(home.path());
+        setenv("TZ", "<+0530>-05:30", 1);
+        tzset();
+    }
     void TearDown() override { fakeUser::setHome(fakeUser::home()); }
 
     std::unique_ptr<HostProcess> startHost(const std::vector<std::string>& arguments = {}) {
@@ -57,32 +63,49 @@ class HostEndToEndTest : public testing::Test {
     std::string socketPath() const { return "/tmp/quorvel" + sha1Hash(home.path()); }
     fs::path logFolder() const { return logFolderOf(home.path()); }
 
-    // Every line of today's log file, the only one a host fills in a test.
-    std::vector<std::string> logLines() const {
-        std::ifstream file(logFolder() / ("messagehost_" + today("%Y_%m_%d") + ".log"));
+    // Today's log file of this number: 0 for the first, then _1, _2, ...
+    fs::path todaysLog(int number) const {
+        return logFolder() / todaysLogName(number == 0 ? "" : "_" + std::to_string(number));
+    }
+
+    // The entries of every line logged today, file after file, past what the test planted in
+    // the first; each stamped between the test's start and now (see checkedEntry).
+    std::vector<std::string> entries() const {
         std::vector<std::string> lines;
-        for (std::string line; std::getline(file, line);) {
-            lines.push_back(line);
+        for (int number = 0;; ++number) {
+            std::ifstream file(todaysLog(number));
+            if (!file) {
+                break;
+            }
+            file.seekg(static_cast<std::streamoff>(number == 0 ? planted : 0));
+            for (std::string line; std::getline(file, line);) {
+                lines.push_back(line);
+            }
+        }
+        const std::time_t now = std::time(nullptr);
+        for (std::string& line : lines) {
+            line = checkedEntry(line, started, now);
         }
         return lines;
     }
 
-    // How many log lines carry exactly this message.
-    std::size_t count(const std::string& message) const {
-        const auto lines = logLines();
-        return std::count_if(lines.begin(), lines.end(),
-                             [&](const std::string& line) { return messageOf(line) == message; });
+    std::size_t count(const std::string& wanted) const {
+        const auto all = entries();
+        return std::count(all.begin(), all.end(), wanted);
     }
 
-    // Polls the log until the message is there the given number of times, or a generous
-    // deadline passes.
-    bool waitForCount(const std::string& message, std::size_t times) const {
-        for (int attempt = 0; attempt < 1000 && count(message) != times; ++attempt) {
+    // Polls the log until the entry is there the given number of times, or the deadline passes.
+    bool waitForCount(const std::string& wanted, std::size_t times,
+                      std::chrono::steady_clock::time_point deadline =
+                          std::chrono::steady_clock::now() + std::chrono::seconds(20)) const {
+        while (count(wanted) != times && std::chrono::steady_clock::now() < deadline) {
             Sleep(20);
         }
-        return count(message) == times;
+        return count(wanted) == times;
     }
 
+    const std::time_t started = std::time(nullptr);
+    std::uintmax_t planted = 0;  // bytes at the start of today's first log file, not the host's
     TempDir home;
     TempDir workDir;
 };
@@ -111,19 +134,15 @@ TEST_F(HostEndToEndTest, VersionIsPrintedOnlyForAnExactFirstArgumentAndEachRunLo
         }
     };
     runWithInputClosed({{}});
-    std::vector<std::string> messages;
-    const std::regex format(today("%Y/%m/%d") + R"( \d{2}:\d{2}:\d{2} \| [^|]{1,8} \| .*)");
-    for (const auto& line : logLines()) {
-        EXPECT_TRUE(std::regex_match(line, format)) << line;
-        messages.push_back(messageOf(line));
+    std::vector<std::string> logged = entries();
+    if (logged.size() == 5 && logged.back() == entry("HOST-UPD", "Check for messagehost update")) {
+        logged.pop_back();
     }
-    if (messages.size() == 5 && messages.back() == "Check for messagehost update") {
-        messages.pop_back();
-    }
-    EXPECT_EQ(messages, (std::vector<std::string>{"Socket name: " + socketPath(), kStartLine,
-                                                  "Canceling AgentPort", kStopLine}));
+    EXPECT_EQ(logged, (std::vector<std::string>{
+                          entry("AGT-PORT", "Socket name: " + socketPath()), kStartLine,
+                          entry("AGT-PORT", "Canceling AgentPort"), kStopLine}));
     // A new log folder and file are the owner's only.
-    const fs::path file = logFolder() / ("messagehost_" + today("%Y_%m_%d") + ".log");
+    const fs::path file = todaysLog(0);
     EXPECT_EQ(fs::status(logFolder()).permissions(), fs::perms::owner_all);
     EXPECT_EQ(fs::status(file).permissions(), fs::perms::owner_read | fs::perms::owner_write);
 
@@ -143,11 +162,11 @@ TEST_F(HostEndToEndTest, VersionIsPrintedOnlyForAnExactFirstArgumentAndEachRunLo
 }
 
 TEST_F(HostEndToEndTest, FramesReachTheAgentInOrderAndOnlyThoseSentWhileItIsAwayAreLost) {
-    const std::string connectError =
-        "Error connecting to socket(" + socketPath() + "): " + std::strerror(ENOENT);
+    const std::string connectError = entry(
+        "AGT-PORT", "Error connecting to socket(" + socketPath() + "): " + std::strerror(ENOENT));
     auto host = startHost();
     host->writeFrame("before the agent");
-    ASSERT_TRUE(waitForCount("Can't send", 1));
+    ASSERT_TRUE(waitForCount(kCantSend, 1));
     EXPECT_EQ(count(connectError), 1u);
 
     auto agent = std::make_unique<TestAgent>(socketPath());
@@ -162,13 +181,13 @@ TEST_F(HostEndToEndTest, FramesReachTheAgentInOrderAndOnlyThoseSentWhileItIsAway
     EXPECT_EQ(agent->readFrame(), payloads[0]);
     EXPECT_EQ(agent->readFrame(), payloads[2]) << "an empty frame is read, not sent";
     ASSERT_TRUE(waitForCount(kForwarded, 3));
-    EXPECT_EQ(count(entry(kDownArrow, payloads[0])), 1u);
-    EXPECT_EQ(count(entry(kUpArrow, payloads[0])), 1u);
+    EXPECT_EQ(count(incoming(payloads[0])), 1u);
+    EXPECT_EQ(count(outgoing(payloads[0])), 1u);
 
     // The agent drops its connection and listens again: one frame is lost.
     agent->closeConnection();
     host->writeFrame("lost");
-    ASSERT_TRUE(waitForCount("Can't send", 2));
+    ASSERT_TRUE(waitForCount(kCantSend, 2));
     host->writeFrame("after");
     ASSERT_TRUE(agent->acceptConnection());
     EXPECT_EQ(agent->readFrame(), "after");
@@ -177,14 +196,22 @@ TEST_F(HostEndToEndTest, FramesReachTheAgentInOrderAndOnlyThoseSentWhileItIsAway
     EXPECT_EQ(count(kForwarded), 4u);
 }
 
-TEST_F(HostEndToEndTest, AgentThatNeverReadsOrNeverAcceptsCannotHoldTheHostPastItsInput) {
+// Today's first log file is planted just short of full (sparse: nothing is written), so that
+// these large frames fill it and begin the next.
+TEST_F(HostEndToEndTest,
+       AgentThatNeverReadsOrNeverAcceptsHoldsNeitherReadingNorExitAndFullLogsMoveOn) {
     constexpr std::size_t kFrames = 20;  // far more bytes than a socket buffer holds
+    fs::create_directories(logFolder());
+    planted = kLogFileLimit - 1000000;
+    std::ofstream{todaysLog(0)};
+    fs::resize_file(todaysLog(0), planted);
     for (const bool accepts : {true, false}) {
         // Without accepting, a full backlog holds the host's connect on Linux.
         TestAgent agent(socketPath(), accepts ? 16 : 0);
         if (!accepts) {
             agent.occupyBacklog();
         }
+        const auto begun = std::chrono::steady_clock::now();
         auto host = startHost();
         const std::string payload(accepts ? 100000 : 100001, 'x');
         for (std::size_t frame = 0; frame < kFrames; ++frame) {
@@ -193,11 +220,17 @@ TEST_F(HostEndToEndTest, AgentThatNeverReadsOrNeverAcceptsCannotHoldTheHostPastI
         if (accepts) {
             ASSERT_TRUE(agent.acceptConnection());
         }
-        ASSERT_TRUE(waitForCount(entry(kDownArrow, payload), kFrames)) << "the host keeps reading";
-        EXPECT_LT(count(entry(kUpArrow, payload)), kFrames);
+        // The host reads about 10 frames a second, whatever the agent does: a bound far above
+        // that, which a ten times slower host fails.
+        ASSERT_TRUE(waitForCount(incoming(payload), kFrames, begun + std::chrono::seconds(10)))
+            << "20 frames not read within 10 seconds; accepts: " << accepts;
+        EXPECT_LT(count(outgoing(payload)), kFrames);
         host->closeInput();
         EXPECT_EQ(host->waitForExit(std::chrono::seconds(10)), 0) << "accepts: " << accepts;
     }
+    const std::uintmax_t first = fs::file_size(todaysLog(0));
+    EXPECT_GE(first, kLogFileLimit) << "a log file takes lines until it holds 20000000 bytes";
+    EXPECT_LT(first, kLogFileLimit + 100100) << "a log file holding 20000000 bytes takes no more";
 }
 
 TEST_F(HostEndToEndTest, LogFolderThatCannotBeWrittenLosesOnlyTheLines) {

@@ -184,6 +184,7 @@ def devtools_reply(replies, command_id):
 # Everything it starts or writes is gone when the stack closes; on a failure the browser's
 # output, which holds the host's standard error (sanitizer reports included), is printed first.
 def open_session(browser, build_dir, stack):
+    started = time.time()
     work = Path(stack.enter_context(tempfile.TemporaryDirectory(prefix="quorvel-browser-")))
     home, host = work / "home", work / "prefix/bin/QuorvelNativeMessageHost"
     subprocess.run(["cmake", "--install", build_dir, "--prefix", work / "prefix"], check=True,
@@ -209,7 +210,7 @@ def open_session(browser, build_dir, stack):
     stack.push(lambda failed, *_: failed and print(
         (work / "browser.log").read_text(errors="replace")[-3000:], file=sys.stderr))
     return types.SimpleNamespace(name=browser, home=home, host=host, frames=frames,
-                                 commands=driver.commands, events=driver.events)
+                                 commands=driver.commands, events=driver.events, started=started)
 
 
 def expect(session, event):
@@ -266,11 +267,16 @@ def host_end(session, trace):
     return how.strip("+ "), float(when)
 
 
-def log_entries(home):
-    # The message part of every log line, after "YYYY/MM/DD HH:MM:SS | SOURCE | ".
-    folder = home / "Library/Application Support/velmarch-agent/logs/messagehost"
+def log_entries(session):
+    # "SOURCE | message" of every log line, whose stamp must be a local time from the session's
+    # start to now.
+    folder = session.home / "Library/Application Support/velmarch-agent/logs/messagehost"
     lines = b"".join(path.read_bytes() for path in sorted(folder.glob("*.log"))).splitlines()
-    return [line.split(b" | ", 2)[2] for line in lines]
+    now = time.time()
+    for line in lines:
+        stamped = time.mktime(time.strptime(line[:19].decode(), "%Y/%m/%d %H:%M:%S"))
+        assert int(session.started) <= stamped <= now, f"stamped outside the session: {line[:80]}"
+    return [line[22:] for line in lines]
 
 
 # Every message reaches the agent byte for byte and in order, as the browser serialised it
@@ -289,14 +295,14 @@ def forward_and_disconnect(session):
     disconnected = expect(session, "disconnected")
     how, when = host_end(session, trace)
     print(f"host {how}, {when - disconnected:.2f} s after the extension disconnected")
-    entries = log_entries(session.home)
-    for payload, arrow in itertools.product(expected, ("↓", "↑")):
-        assert entries.count(f"{arrow}{len(payload)}B, ".encode() + payload) == 1, \
-            f"not one {arrow} entry for {payload[:40]}"
-    forwarded = b"Packet is forwarded successfully."
+    entries = log_entries(session)
+    for payload, logged in itertools.product(expected, ("EXT-PORT | ↓", "AGT-PORT | ↑")):
+        assert entries.count(f"{logged}{len(payload)}B, ".encode() + payload) == 1, \
+            f"not one {logged} entry for {payload[:40]}"
+    forwarded = b"EXT->AGT | Packet is forwarded successfully."
     assert entries.count(forwarded) == len(expected), "not one forwarded entry per message"
     after_last = entries[len(entries) - entries[::-1].index(forwarded):]
-    assert b"Quorvel native message host is stopped." in after_last, "no stop line at the end"
+    assert b"HOST-APP | Quorvel native message host is stopped." in after_last, "no stop line at the end"
 
 
 # An update marker stops a host whose port is open, with status 0; the extension sees its port
@@ -309,7 +315,7 @@ def stop_for_update(session):
     how, when = host_end(session, trace)
     print(f"host {how}, {when - created:.2f} s after the update marker was created")
     assert trace is None or how == "exited with 0", f"the host {how} after the update marker"
-    assert b"Updates are available, terminate messagehost." in log_entries(session.home), \
+    assert b"HOST-APP | Updates are available, terminate messagehost." in log_entries(session), \
         "no update line in the log"
 
 

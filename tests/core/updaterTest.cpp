@@ -1,5 +1,7 @@
 #include "core/updater.h"
 
+#include <sys/stat.h>
+
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -16,6 +18,7 @@ namespace fs = std::filesystem;
 namespace {
 
 const char* const kCheck = "Check for messagehost update";
+const char* const kMarker = "QuorvelNativeMessageHost_update";
 
 // One watch, whose callback adds the line "found" to the watcher's own entries.
 struct Watch {
@@ -41,10 +44,11 @@ class UpdaterTest : public testing::Test {
 }  // namespace
 
 // The late watch begins its first check before there is a marker.
-TEST_F(UpdaterTest, MarkerIsReportedOnceAtTheFirstCheckThatSeesItUnlessTheWatchIsCancelled) {
+TEST_F(UpdaterTest,
+       MarkerOfAnyKindIsReportedOnceAtTheFirstCheckThatSeesItUnlessTheWatchIsCancelled) {
     Watch late;
     ASSERT_TRUE(late.writer->waitUntil([](const auto& lines) { return !lines.empty(); }));
-    std::ofstream("QuorvelNativeMessageHost_update").put('x');
+    std::ofstream(kMarker).put('x');
     Watch cancelled;
     cancelled.updater->Cancel();
     ASSERT_TRUE(late.writer->waitUntil(
@@ -58,4 +62,13 @@ TEST_F(UpdaterTest, MarkerIsReportedOnceAtTheFirstCheckThatSeesItUnlessTheWatchI
     EXPECT_LE(lateEvents.size(), 3u);
     EXPECT_EQ(std::vector<std::string>(lateEvents.end() - 2, lateEvents.end()),
               (std::vector<std::string>{kCheck, "found"}));
+
+    // Any kind of entry is a marker, not only a file.
+    Updater probe(late.writer);
+    fs::remove(kMarker);
+    fs::create_directory(kMarker);
+    EXPECT_TRUE(probe.UpdateExists()) << "a folder";
+    fs::remove(kMarker);
+    ASSERT_EQ(mkfifo(kMarker, 0600), 0);
+    EXPECT_TRUE(probe.UpdateExists()) << "a FIFO";
 }

@@ -1,7 +1,6 @@
 #include "logger/dailyFileWriter.h"
 
 #include <chrono>
-#include <ctime>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -10,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/utils.h"
+#include "support/logLine.h"
 #include "support/tempDir.h"
 
 namespace fs = std::filesystem;
@@ -33,12 +32,7 @@ class DailyFileWriterTest : public testing::Test {
                                                  deleteInterval, L"messagehost_");
     }
 
-    fs::path todays(const std::string& suffix) const {
-        const std::tm local = getLocalTime();
-        char date[16];
-        std::strftime(date, sizeof(date), "%Y_%m_%d", &local);
-        return logDir / ("messagehost_" + std::string(date) + suffix + ".log");
-    }
+    fs::path todays(const std::string& suffix) const { return logDir / todaysLogName(suffix); }
 
     // Write times are set explicitly, minutes after a point in the past, so that "newest"
     // never depends on the file system's timestamp resolution; real writes are newer still.
