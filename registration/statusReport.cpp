@@ -1,0 +1,185 @@
+#include "statusReport.h"
+
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "agentStanding.h"
+#include "manifest.h"
+#include "platform/utils.h"
+#include "presence.h"
+
+using nlohmann::json;
+
+namespace {
+
+const char* const kProfileNames[] = {"found", "sandboxed", "missing"};
+
+// Whether every user's browser can read the file: it is readable by all and every folder
+// above it, up to the root, can be passed by all.
+bool readableByAll(const std::string& file, const std::string& root) {
+    namespace fs = std::filesystem;
+    struct stat status {};
+    if (stat(file.c_str(), &status) != 0 || (status.st_mode & S_IROTH) == 0) {
+        return false;
+    }
+    for (fs::path folder = fs::path(file).parent_path();
+         folder.string().size() > root.size() && folder != folder.parent_path();
+         folder = folder.parent_path()) {
+        if (stat(folder.c_str(), &status) != 0 || (status.st_mode & S_IXOTH) == 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::string joined(const json& items) {
+    std::string text;
+    for (const json& item : items) {
+        text += (text.empty() ? "" : " ") + item.get<std::string>();
+    }
+    return text;
+}
+
+std::string agentLine(const json& agent) {
+    const std::string socket = agent["socket"];
+    const std::string listener = agent["listener"];
+    const std::string detail = agent["detail"];
+    if (listener == "nothing") {
+        return "Agent: nothing listens at " + socket + " (" + detail + "): is the agent running?";
+    }
+    const std::string who = agent["uid"].is_null()
+                                ? "a user that cannot be told (" + detail + ")"
+                                : "user id " + std::to_string(agent["uid"].get<uid_t>());
+    if (listener == "this user") {
+        return "Agent: listening at " + socket + " as " + who + ", whom the host trusts.";
+    }
+    return "Agent: " + socket + " is held by " + who +
+           ", not by this user: the host will not send it any message.";
+}
+
+}  // namespace
+
+StatusReport::StatusReport(const CommandLine& line, std::ostream& out) : line(line), out(out) {}
+
+json StatusReport::manifestEntry(const std::string& scope, const std::string& folder,
+                                 Family family) const {
+    const std::string file = folder + "/" + Manifest::kFileName;
+    std::error_code ignored;
+    if (!std::filesystem::exists(std::filesystem::symlink_status(file, ignored))) {
+        return {{"scope", scope}, {"file", file}, {"found", false}};
+    }
+    Manifest::Verdict verdict = Manifest::judgeFile(file, family);
+    if (scope == "system" && verdict.problems.empty() && !readableByAll(file, line.root)) {
+        verdict.problems.push_back(
+            "other users cannot read it: it or a folder above it is not open to all");
+    }
+    return {{"scope", scope},
+            {"file", file},
+            {"found", true},
+            {"sound", verdict.problems.empty()},
+            {"path", verdict.path},
+            {"pathIsExecutable", verdict.pathIsExecutable},
+            {"ids", verdict.ids},
+            {"malformedIds", verdict.malformedIds},
+            {"problems", verdict.problems}};
+}
+
+json StatusReport::browserEntry(const Browser& browser) const {
+    const Presence presence = Presence::of(browser, line.home);
+    json manifests =
+        json::array({manifestEntry("user", line.home + "/" + browser.userFolder, browser.family)});
+    for (const std::string& folder : browser.systemFolders) {
+        manifests.push_back(manifestEntry("system", line.root + folder, browser.family));
+    }
+    return {{"name", browser.name},
+            {"family", familyName(browser.family)},
+            {"profile", kProfileNames[static_cast<int>(presence.kind)]},
+            {"note", presence.note},
+            {"manifests", manifests}};
+}
+
+json StatusReport::agentEntry() const {
+    const AgentStanding standing = AgentStanding::probe(getAgentSocketPath());
+    const bool told =
+        standing.listener != AgentStanding::Listener::Nothing && standing.detail.empty();
+    const char* listener = standing.listener == AgentStanding::Listener::ThisUser ? "this user"
+                           : standing.listener == AgentStanding::Listener::SomeoneElse
+                               ? "someone else"
+                               : "nothing";
+    return {{"socket", standing.socketPath},
+            {"listener", listener},
+            {"uid", told ? json(standing.listenerId) : json()},
+            {"detail", standing.detail}};
+}
+
+void StatusReport::printText(const json& report) const {
+    for (const json& browser : report["browsers"]) {
+        const std::string profile = browser["profile"];
+        out << browser["name"].get<std::string>() << ": "
+            << (profile == "found"       ? "in use (" + browser["note"].get<std::string>() + ")"
+                : profile == "sandboxed" ? browser["note"].get<std::string>()
+                : profile == "missing"   ? std::string("not in use")
+                                         : "a folder for " + browser["family"].get<std::string>())
+            << "\n";
+        for (const json& manifest : browser["manifests"]) {
+            const std::string scope = manifest["scope"];
+            const std::string file = manifest["file"];
+            const std::string pad(8 - scope.size(), ' ');
+            if (!manifest["found"]) {
+                out << "  " << scope << pad << "none: " << file << "\n";
+            } else if (manifest["sound"]) {
+                out << "  " << scope << pad << "sound: " << file << "\n          runs "
+                    << manifest["path"].get<std::string>() << ", allows " << joined(manifest["ids"])
+                    << "\n";
+            } else {
+                out << "  " << scope << pad << "BROKEN: " << file << "\n";
+                for (const json& problem : manifest["problems"]) {
+                    out << "          " << problem.get<std::string>() << "\n";
+                }
+            }
+        }
+    }
+    out << (report["manifestsFound"] == 0
+                ? "No manifest of the host anywhere: no browser will start it; install registers "
+                  "it."
+            : report["sound"] ? "Every manifest found is sound."
+                              : "Some manifest is broken: the browser will not start the host "
+                                "from it.")
+        << "\n"
+        << agentLine(report["agent"]) << "\n";
+}
+
+int StatusReport::run() {
+    json browsers = json::array();
+    if (!line.folder.empty()) {
+        browsers.push_back(
+            {{"name", line.folder},
+             {"family", familyName(*line.folderFamily)},
+             {"profile", "unknown"},
+             {"note", ""},
+             {"manifests", {manifestEntry("folder", line.folder, *line.folderFamily)}}});
+    } else {
+        for (const Browser& browser : browserTable(line.platform)) {
+            browsers.push_back(browserEntry(browser));
+        }
+    }
+    int found = 0;
+    bool broken = false;
+    for (const json& browser : browsers) {
+        for (const json& manifest : browser["manifests"]) {
+            found += manifest["found"] ? 1 : 0;
+            broken = broken || (manifest["found"] && !manifest["sound"]);
+        }
+    }
+    const json report = {{"browsers", browsers},
+                         {"manifestsFound", found},
+                         {"sound", found > 0 && !broken},
+                         {"agent", agentEntry()}};
+    if (line.json) {
+        out << report.dump(2) << "\n";
+    } else {
+        printText(report);
+    }
+    return report["sound"] && report["agent"]["listener"] != "someone else" ? 0 : 1;
+}

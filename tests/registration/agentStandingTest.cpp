@@ -1,0 +1,72 @@
+#include "agentStanding.h"
+
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "platform/utils.h"
+#include "support/tempDir.h"
+#include "support/testAgent.h"
+
+TEST(AgentStandingTest, TellsThisUsersListenerFromNoListener) {
+    TempDir dir;
+    const std::string socket = (dir.path() / "agent").string();
+    const AgentStanding nothing = AgentStanding::probe(socket);
+    EXPECT_EQ(nothing.listener, AgentStanding::Listener::Nothing);
+    EXPECT_EQ(nothing.detail, "No such file or directory");
+    {
+        TestAgent agent(socket);
+        const AgentStanding listening = AgentStanding::probe(socket);
+        EXPECT_EQ(listening.listener, AgentStanding::Listener::ThisUser);
+        EXPECT_EQ(listening.listenerId, geteuid());
+        EXPECT_EQ(listening.socketPath, socket);
+    }
+    // A socket file that nobody listens on, as an agent that has gone leaves it: refused.
+    const sockaddr_un address = localSocketAddress(socket);
+    const int leftover = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    ASSERT_EQ(bind(leftover, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+    close(leftover);
+    const AgentStanding refused = AgentStanding::probe(socket);
+    EXPECT_EQ(refused.listener, AgentStanding::Listener::Nothing);
+    EXPECT_EQ(refused.detail, "Connection refused");
+}
+
+// Another user listening where the host would connect: the host refuses it.
+TEST(AgentStandingTest, ListenerOfAnotherUserIsSomeoneElse) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root, to listen as another user";
+    }
+    const uid_t nobody = 65534;
+    TempDir dir;
+    chmod(dir.path().c_str(), 0777);
+    const std::string socket = (dir.path() / "agent").string();
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        const sockaddr_un address = localSocketAddress(socket);
+        const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        const bool listening =
+            setgid(nobody) == 0 && setuid(nobody) == 0 &&
+            bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 &&
+            listen(listener, 4) == 0;
+        (void)!write(ready[1], listening ? "y" : "n", 1);
+        pause();
+        _exit(0);
+    }
+    char answer = 0;
+    ASSERT_EQ(read(ready[0], &answer, 1), 1);
+    const AgentStanding standing = AgentStanding::probe(socket);
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    close(ready[0]);
+    close(ready[1]);
+    ASSERT_EQ(answer, 'y');
+    EXPECT_EQ(standing.listener, AgentStanding::Listener::SomeoneElse);
+    EXPECT_EQ(standing.listenerId, nobody);
+}
