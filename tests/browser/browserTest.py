@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 # Real browsers as the host's clients: a headless browser runs the test extension against the
-# host installed in a temporary prefix and registered by scripts/install-manifests.sh in a
-# temporary home folder. The host runs as a fake user (nss_wrapper) whose home is that folder,
+# host installed in a temporary prefix and registered by the installed QuorvelHostRegistration in
+# a temporary home folder. The host runs as a fake user (nss_wrapper) whose home is that folder,
 # and forwards to a recording agent on that user's agent socket.
 # ctest runs it as browserTest.py chromium|firefox BUILD_DIR NSS_WRAPPER; bench/browserDisconnect.py
 # measures with the same session what reaches the agent when the extension disconnects early.
@@ -75,8 +75,8 @@ def host_pids(executable):
 
 
 # Writes the test extension, which asks the driver at url for its commands, where the browser
-# loads it from; returns the browser's options and the arguments of install-manifests.sh that
-# allow the extension.
+# loads it from; returns the browser's options and the registration tool's arguments that allow
+# the extension.
 def install_extension(browser, work, url):
     home, extension = work / "home", work / "extension"
     shutil.copytree(HERE / browser, extension)
@@ -85,7 +85,7 @@ def install_extension(browser, work, url):
     manifest = json.loads((extension / "manifest.json").read_text())
     if browser == "chromium":
         # The extension's id is fixed by the public key in its manifest. The user data folder is
-        # the default one, where install-manifests.sh writes; as root, Chromium needs no sandbox.
+        # the default one, where the registration tool writes; as root, Chromium needs no sandbox.
         digest = hashlib.sha256(base64.b64decode(manifest["key"])).hexdigest()[:32]
         ids = ["--chrome-extension-id", "".join(chr(ord("a") + int(x, 16)) for x in digest)]
         (home / ".config/chromium").mkdir(parents=True)
@@ -134,7 +134,7 @@ def open_session(browser, build_dir, nss_wrapper, stack):
     options, ids = install_extension(browser, work, f"http://127.0.0.1:{driver.server_port}")
     environment = {name: value for name, value in os.environ.items()
                    if not name.startswith("XDG_")} | {"HOME": str(home)}
-    subprocess.run([HERE.parent.parent / "scripts/install-manifests.sh", "install", "--executable",
+    subprocess.run([host.with_name("QuorvelHostRegistration"), "install", "--executable",
                     write_wrapper(work, host, nss_wrapper), *ids], env=environment, check=True,
                    stdout=subprocess.DEVNULL)
     agent = "/tmp/quorvel" + hashlib.sha1(bytes(home)).hexdigest()
