@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <optional>
 #include <string>
 
 // Where this user's agent stands, judged by the host's own rule: who listens on the socket that
@@ -11,9 +12,10 @@ struct AgentStanding {
 
     std::string socketPath;
     Listener listener = Listener::Nothing;
-    uid_t listenerId = 0;  // with ThisUser or SomeoneElse, when the kernel could tell
-    std::string detail;    // why nothing listens, or why the listener could not be told
+    std::optional<uid_t> listenerId;  // who listens, or owns a socket this user may not use
+    std::string detail;               // why the connect failed, or why the peer was not told
 
-    // Connects to the socket at the path (and closes the connection at once, sending nothing).
+    // Connects to the socket at the path (and closes the connection at once, sending nothing). A
+    // socket of another user that this user may not connect to is someone else's too.
     static AgentStanding probe(const std::string& socketPath);
 };

@@ -49,12 +49,12 @@ std::string agentLine(const json& agent) {
         return "Agent: nothing listens at " + socket + " (" + detail + "): is the agent running?";
     }
     const std::string who = agent["uid"].is_null()
-                                ? "a user that cannot be told (" + detail + ")"
+                                ? "a user that cannot be told"
                                 : "user id " + std::to_string(agent["uid"].get<uid_t>());
     if (listener == "this user") {
         return "Agent: listening at " + socket + " as " + who + ", whom the host trusts.";
     }
-    return "Agent: " + socket + " is held by " + who +
+    return "Agent: " + socket + " is held by " + who + (detail.empty() ? "" : " (" + detail + ")") +
            ", not by this user: the host will not send it any message.";
 }
 
@@ -101,15 +101,13 @@ json StatusReport::browserEntry(const Browser& browser) const {
 
 json StatusReport::agentEntry() const {
     const AgentStanding standing = AgentStanding::probe(getAgentSocketPath());
-    const bool told =
-        standing.listener != AgentStanding::Listener::Nothing && standing.detail.empty();
     const char* listener = standing.listener == AgentStanding::Listener::ThisUser ? "this user"
                            : standing.listener == AgentStanding::Listener::SomeoneElse
                                ? "someone else"
                                : "nothing";
     return {{"socket", standing.socketPath},
             {"listener", listener},
-            {"uid", told ? json(standing.listenerId) : json()},
+            {"uid", standing.listenerId ? json(*standing.listenerId) : json()},
             {"detail", standing.detail}};
 }
 

@@ -23,7 +23,7 @@ TEST(AgentStandingTest, TellsThisUsersListenerFromNoListener) {
         TestAgent agent(socket);
         const AgentStanding listening = AgentStanding::probe(socket);
         EXPECT_EQ(listening.listener, AgentStanding::Listener::ThisUser);
-        EXPECT_EQ(listening.listenerId, geteuid());
+        EXPECT_EQ(listening.listenerId, std::optional<uid_t>(geteuid()));
         EXPECT_EQ(listening.socketPath, socket);
     }
     // A socket file that nobody listens on, as an agent that has gone leaves it: refused.
@@ -68,5 +68,5 @@ TEST(AgentStandingTest, ListenerOfAnotherUserIsSomeoneElse) {
     close(ready[1]);
     ASSERT_EQ(answer, 'y');
     EXPECT_EQ(standing.listener, AgentStanding::Listener::SomeoneElse);
-    EXPECT_EQ(standing.listenerId, nobody);
+    EXPECT_EQ(standing.listenerId, std::optional<uid_t>(nobody));
 }
