@@ -33,8 +33,10 @@ cmake --install "$buildDir" --prefix "$prefix" >/dev/null
 host="$prefix/bin/QuorvelNativeMessageHost"
 [ "$(find "$prefix" -type f | sort)" = "$(printf '%s\n' "$prefix/bin/QuorvelHostRegistration" "$host")" ] ||
     fail "installed other than the host and the tool: $(find "$prefix" -type f)"
+# AddressSanitizer refuses to start when another library is preloaded ahead of it.
 tool() {
     LD_PRELOAD=$nssWrapper NSS_WRAPPER_PASSWD="$work/passwd" NSS_WRAPPER_GROUP="$work/group" \
+        ASAN_OPTIONS="${ASAN_OPTIONS:-}:verify_asan_link_order=0" \
         "$prefix/bin/QuorvelHostRegistration" "$@"
 }
 
