@@ -123,23 +123,6 @@ std::string parseErrorText(const json::parse_error& error) {
     return tagEnd == std::string::npos ? text : text.substr(tagEnd + 2);
 }
 
-std::string fileContents(const std::string& file, std::string& error) {
-    const int descriptor = open(file.c_str(), O_RDONLY);
-    std::string text;
-    char buffer[4096];
-    ssize_t count = 0;
-    while (descriptor >= 0 && (count = read(descriptor, buffer, sizeof(buffer))) > 0) {
-        text.append(buffer, static_cast<std::size_t>(count));
-    }
-    if (descriptor < 0 || count < 0) {
-        error = std::strerror(errno);
-    }
-    if (descriptor >= 0) {
-        close(descriptor);
-    }
-    return text;
-}
-
 }  // namespace
 
 std::string Manifest::compose(Family family, const std::string& executable,
@@ -176,9 +159,26 @@ Manifest::Verdict Manifest::judge(const std::string& text, Family family) {
     return verdict;
 }
 
+std::string Manifest::read(const std::string& file, std::string& error) {
+    const int descriptor = open(file.c_str(), O_RDONLY);
+    std::string text;
+    char buffer[4096];
+    ssize_t count = 0;
+    while (descriptor >= 0 && (count = ::read(descriptor, buffer, sizeof(buffer))) > 0) {
+        text.append(buffer, static_cast<std::size_t>(count));
+    }
+    if (descriptor < 0 || count < 0) {
+        error = std::strerror(errno);
+    }
+    if (descriptor >= 0) {
+        close(descriptor);
+    }
+    return text;
+}
+
 Manifest::Verdict Manifest::judgeFile(const std::string& file, Family family) {
     std::string error;
-    const std::string text = fileContents(file, error);
+    const std::string text = read(file, error);
     if (!error.empty()) {
         Verdict verdict;
         verdict.problems.push_back("this user cannot read it: " + error);

@@ -31,6 +31,9 @@ class Manifest {
     // Judges the file as this user's browser would read it: unreadable is broken too.
     static Verdict judgeFile(const std::string& file, Family family);
 
+    // The file's text; "" with error set to the reason when this user cannot read it.
+    static std::string read(const std::string& file, std::string& error);
+
     // The executable that manifest text registers: its parsed path, or "" when it names none.
     static std::string registeredPath(const std::string& text);
 

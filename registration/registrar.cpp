@@ -7,8 +7,6 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "manifest.h"
 #include "ownFolders.h"
@@ -50,12 +48,6 @@ bool replaceFile(const std::string& folder, const std::string& file, const std::
     error = std::strerror(written && closed ? errno : writeErrno);
     unlink(temporary.c_str());
     return false;
-}
-
-std::string fileText(const std::string& file) {
-    std::ostringstream text;
-    text << std::ifstream(file).rdbuf();
-    return text.str();
 }
 
 bool samePath(const std::string& a, const std::string& b) {
@@ -135,11 +127,13 @@ void Registrar::remove(const std::string& name, const std::string& folder) {
     const std::string file = folder + "/" + Manifest::kFileName;
     std::error_code ignored;
     if (std::filesystem::exists(std::filesystem::symlink_status(file, ignored))) {
-        const std::string registered = Manifest::registeredPath(fileText(file));
+        std::string error;
+        const std::string registered = Manifest::registeredPath(Manifest::read(file, error));
         if (!samePath(registered, line.executable)) {
-            out << name << ": left " << file << ", it registers "
-                << (registered.empty() ? "no executable that can be read"
-                                       : "another executable (" + registered + ")")
+            out << name << ": left " << file << ", "
+                << (!error.empty()       ? "this user cannot read it: " + error
+                    : registered.empty() ? std::string("it names no executable")
+                                         : "it registers another executable (" + registered + ")")
                 << "\n";
             return;
         }
