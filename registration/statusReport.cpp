@@ -41,6 +41,35 @@ std::string joined(const json& items) {
     return text;
 }
 
+std::string presenceText(const json& browser) {
+    const std::string profile = browser["profile"];
+    const std::string note = browser["note"];
+    return profile == "found"       ? "in use (" + note + ")"
+           : profile == "sandboxed" ? note
+           : profile == "missing"   ? "not in use"
+                                    : "a folder for " + browser["family"].get<std::string>();
+}
+
+// The lines of one manifest: its scope and verdict, then what it runs or why it is broken.
+std::string manifestText(const json& manifest) {
+    const std::string scope = manifest["scope"];
+    const std::string head = "  " + scope + std::string(8 - scope.size(), ' ');
+    const std::string file = manifest["file"];
+    const std::string indent(10, ' ');
+    if (!manifest["found"]) {
+        return head + "none: " + file + "\n";
+    }
+    if (manifest["sound"]) {
+        return head + "sound: " + file + "\n" + indent + "runs " +
+               manifest["path"].get<std::string>() + ", allows " + joined(manifest["ids"]) + "\n";
+    }
+    std::string text = head + "BROKEN: " + file + "\n";
+    for (const json& problem : manifest["problems"]) {
+        text += indent + problem.get<std::string>() + "\n";
+    }
+    return text;
+}
+
 std::string agentLine(const json& agent) {
     const std::string socket = agent["socket"];
     const std::string listener = agent["listener"];
@@ -113,33 +142,13 @@ json StatusReport::agentEntry() const {
 
 void StatusReport::printText(const json& report) const {
     for (const json& browser : report["browsers"]) {
-        const std::string profile = browser["profile"];
-        out << browser["name"].get<std::string>() << ": "
-            << (profile == "found"       ? "in use (" + browser["note"].get<std::string>() + ")"
-                : profile == "sandboxed" ? browser["note"].get<std::string>()
-                : profile == "missing"   ? std::string("not in use")
-                                         : "a folder for " + browser["family"].get<std::string>())
-            << "\n";
+        out << browser["name"].get<std::string>() << ": " << presenceText(browser) << "\n";
         for (const json& manifest : browser["manifests"]) {
-            const std::string scope = manifest["scope"];
-            const std::string file = manifest["file"];
-            const std::string pad(8 - scope.size(), ' ');
-            if (!manifest["found"]) {
-                out << "  " << scope << pad << "none: " << file << "\n";
-            } else if (manifest["sound"]) {
-                out << "  " << scope << pad << "sound: " << file << "\n          runs "
-                    << manifest["path"].get<std::string>() << ", allows " << joined(manifest["ids"])
-                    << "\n";
-            } else {
-                out << "  " << scope << pad << "BROKEN: " << file << "\n";
-                for (const json& problem : manifest["problems"]) {
-                    out << "          " << problem.get<std::string>() << "\n";
-                }
-            }
+            out << manifestText(manifest);
         }
     }
     out << (report["manifestsFound"] == 0
-                ? "No manifest of the host anywhere: no browser will start it; install registers "
+                ? "No manifest of the host found: no browser will start it; install registers "
                   "it."
             : report["sound"] ? "Every manifest found is sound."
                               : "Some manifest is broken: the browser will not start the host "

@@ -111,7 +111,7 @@ for bad in "--chrome-extension-id ${chromeId/p/q}" "--chrome-extension-id ${chro
 done
 
 # Nothing registered: status says so; the agent's socket is the fake user's, where nobody listens.
-expect_run 1 "No manifest of the host anywhere" status
+expect_run 1 "No manifest of the host found" status
 grep -qF "nothing listens at /tmp/quorvel$(printf %s "$HOME" | sha1sum | cut -c1-40) " "$work/out" ||
     fail "status does not look for the agent at the fake user's socket: $(cat "$work/out")"
 
