@@ -131,9 +131,10 @@ void Registrar::remove(const std::string& name, const std::string& folder) {
         const std::string registered = Manifest::registeredPath(Manifest::read(file, error));
         if (!samePath(registered, line.executable)) {
             out << name << ": left " << file << ", "
-                << (!error.empty()       ? "this user cannot read it: " + error
-                    : registered.empty() ? std::string("it names no executable")
-                                         : "it registers another executable (" + registered + ")")
+                << (!error.empty() ? "this user cannot read it: " + error
+                    : registered.empty()
+                        ? std::string("it names no executable (not a JSON object with a path)")
+                        : "it registers another executable (" + registered + ")")
                 << "\n";
             return;
         }
