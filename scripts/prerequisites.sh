@@ -29,23 +29,24 @@ llvm_tool() {
     fi
 }
 
-# Prints the Debian packages that are missing; with "tests", also what the test suite needs;
-# with "bench", also Google Benchmark and socat (one of the references the host is measured by);
-# with "fuzz", also clang and its fuzzer runtime; with "macos", also what cross-building for macOS
-# needs: npm (to fetch the Zig toolchain), llvm (llvm-objdump and llvm-lipo) and GoogleTest's
-# sources; with "browsers", the browsers that the browser tests drive the host from, and strace,
-# which records how the host ends; with "workflows", npm, which brings the workflows' linter;
-# with "hardening", Debian's hardening-check.
+# Prints the Debian packages that are missing (always nlohmann/json, which the registration tool
+# reads manifests with; header-only, so the macOS build takes it as it is); with "tests", also
+# what the test suite needs; with "bench", also Google Benchmark and socat (one of the references
+# the host is measured by); with "fuzz", also clang and its fuzzer runtime; with "macos", also
+# what cross-building for macOS needs: npm (to fetch the Zig toolchain), llvm (llvm-objdump and
+# llvm-lipo) and GoogleTest's sources; with "browsers", the browsers that the browser tests drive
+# the host from, and strace, which records how the host ends; with "workflows", only npm, which
+# brings the workflows' linter; with "hardening", also Debian's hardening-check.
 missing_packages() {
     command -v cmake >/dev/null || echo cmake
     command -v make >/dev/null || echo make
-    if [ "${1:-}" = hardening ]; then
-        command -v hardening-check >/dev/null || echo devscripts
-        return 0
-    fi
     if [ "${1:-}" = workflows ]; then
         command -v npm >/dev/null || echo npm
         return 0
+    fi
+    have_header nlohmann/json.hpp || echo nlohmann-json3-dev
+    if [ "${1:-}" = hardening ]; then
+        command -v hardening-check >/dev/null || echo devscripts
     fi
     if [ "${1:-}" = macos ]; then
         command -v npm >/dev/null || echo npm
@@ -68,7 +69,6 @@ missing_packages() {
     have_header gtest/gtest.h || echo libgtest-dev
     command -v jq >/dev/null || echo jq
     command -v python3 >/dev/null || echo python3
-    have_header nlohmann/json.hpp || echo nlohmann-json3-dev
     [ "${1:-}" = bench ] || return 0
     have_header benchmark/benchmark.h || echo libbenchmark-dev
     command -v socat >/dev/null || echo socat

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 # Real browsers as the host's clients: a headless browser runs the test extension against the
-# host installed in a temporary prefix and registered by scripts/install-manifests.sh in a
-# temporary home folder. The host runs as a fake user (the tests' fake user library) whose home
+# host installed in a temporary prefix and registered by the installed QuorvelHostRegistration in
+# a temporary home folder. The host runs as a fake user (the tests' fake user library) whose home
 # is that folder, and forwards to a recording agent on that user's agent socket.
 # ctest runs it as browserTest.py chromium|firefox BUILD_DIR; bench/browserDisconnect.py
 # measures with the same session what reaches the agent when the extension disconnects early.
@@ -21,7 +21,7 @@ BROWSERS = {"chromium": [f"/Applications/{name}.app/Contents/MacOS/{name}" for n
 # The fake user library in the build's bin folder, and how the host is made to load it.
 FAKE_USER = ("libquorvelFakeUser.dylib", "DYLD_INSERT_LIBRARIES") if MAC else \
             ("libquorvelFakeUser.so", "LD_PRELOAD")
-# Where a headless browser of each family keeps the profile that install-manifests.sh looks for.
+# Where a headless browser of each family keeps the profile that the registration tool looks for.
 PROFILES = {"chromium": "Library/Application Support/Chromium" if MAC else ".config/chromium",
             "firefox": "Library/Application Support/Firefox" if MAC else ".mozilla/firefox"}
 DEADLINE = 60  # seconds; generous, as CI machines are busy
@@ -93,8 +93,8 @@ def host_pids(executable):
 
 
 # Writes the test extension, which asks the driver at url for its commands, where the browser
-# loads it from; returns the browser's options and the arguments of install-manifests.sh that
-# allow the extension. A Chromium-family browser is asked to load it over the DevTools pipe
+# loads it from; returns the browser's options and the registration tool's arguments that allow
+# the extension. A Chromium-family browser is asked to load it over the DevTools pipe
 # (start_browser): official Chrome builds ignore --load-extension.
 def install_extension(browser, work, url):
     home, extension = work / "home", work / "extension"
@@ -104,7 +104,7 @@ def install_extension(browser, work, url):
     manifest = json.loads((extension / "manifest.json").read_text())
     if browser == "chromium":
         # The extension's id is fixed by the public key in its manifest. The user data folder is
-        # the default one, where install-manifests.sh writes; as root, Chromium needs no sandbox.
+        # the default one, where the registration tool writes; as root, Chromium needs no sandbox.
         digest = hashlib.sha256(base64.b64decode(manifest["key"])).hexdigest()[:32]
         ids = ["--chrome-extension-id", "".join(chr(ord("a") + int(x, 16)) for x in digest)]
         (home / PROFILES[browser]).mkdir(parents=True)
@@ -196,7 +196,7 @@ def open_session(browser, build_dir, stack):
     environment = {name: value for name, value in os.environ.items()
                    if not name.startswith("XDG_")} | {"HOME": str(home)} | \
         ({"CFFIXED_USER_HOME": str(home)} if MAC else {})
-    subprocess.run([HERE.parent.parent / "scripts/install-manifests.sh", "install", "--executable",
+    subprocess.run([host.with_name("QuorvelHostRegistration"), "install", "--executable",
                     write_wrapper(work, host, build_dir), *ids], env=environment, check=True,
                    stdout=subprocess.DEVNULL)
     agent = "/tmp/quorvel" + hashlib.sha1(bytes(home)).hexdigest()

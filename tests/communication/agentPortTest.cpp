@@ -18,9 +18,6 @@
 
 namespace {
 
-// The unprivileged user that stands for another account of the machine.
-constexpr uid_t kOtherUser = 65534;
-
 // Sends through the port and waits for its callback: "sent", "failed" or "no callback".
 std::string send(AgentPort& port, const std::string& payload) {
     auto result = std::make_shared<std::promise<bool>>();

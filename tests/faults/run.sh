@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Plants each fault (a patch to src/) in turn into a scratch copy of this checkout, working-tree
-# changes included, runs the debug test suite there and says whether the suite caught it, with
-# the tests that failed. Not part of CI: a check that trimming the tests loses no real fault.
+# Plants each fault (a patch to src/ or registration/) in turn into a scratch copy of this
+# checkout, working-tree changes included, runs the debug test suite there and says whether the
+# suite caught it, with the tests that failed. Not part of CI: a check that trimming the tests
+# loses no real fault.
 # Usage: tests/faults/run.sh [PATCH...]   (any path; default: every patch in tests/faults)
 # QUORVEL_FAULT_CTEST_ARGS replaces --stop-on-failure; set it empty to see every failing test.
 set -euo pipefail

@@ -6,6 +6,9 @@
 #include <optional>
 #include <string>
 
+// The unprivileged user that stands for another account of the machine.
+constexpr uid_t kOtherUser = 65534;
+
 // A stand-in for the agent: a Unix-domain stream socket listening at a path, which accepts one
 // connection at a time and reads frames from it. Every wait gives up after a generous deadline.
 // Used from one thread; removes its socket file when destroyed.

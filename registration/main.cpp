@@ -1,0 +1,41 @@
+// Registers the host with browsers: writes its native messaging manifest where each browser
+// looks for it, removes what an earlier install wrote, and reports whether each manifest would
+// work and where the agent stands.
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "commandLine.h"
+#include "registrar.h"
+#include "statusReport.h"
+
+namespace {
+
+constexpr int kUsageStatus = 2;
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const std::string program = "QuorvelHostRegistration";
+    CommandLine line;
+    try {
+        line = CommandLine::parse(std::vector<std::string>(argv + 1, argv + argc));
+    } catch (const UsageError& error) {
+        std::cerr << program << ": " << error.what() << "\nRun '" << program
+                  << " --help' for usage.\n";
+        return kUsageStatus;
+    }
+    Registrar registrar(line, std::cout, std::cerr);
+    switch (line.action) {
+        case CommandLine::Action::Install:
+            return registrar.install();
+        case CommandLine::Action::Uninstall:
+            return registrar.uninstall();
+        case CommandLine::Action::Status:
+            return StatusReport(line, std::cout).run();
+        case CommandLine::Action::Help:
+            break;
+    }
+    std::cout << CommandLine::usage(program);
+    return 0;
+}

@@ -1,0 +1,93 @@
+#include "ownFolders.h"
+
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "support/tempDir.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// The entries under the folder, relative to it, in order.
+std::string listing(const fs::path& folder) {
+    std::set<std::string> entries;
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+        entries.insert(fs::relative(entry.path(), folder).string());
+    }
+    std::string text;
+    for (const std::string& entry : entries) {
+        text += entry + "\n";
+    }
+    return text;
+}
+
+mode_t modeOf(const fs::path& path) {
+    struct stat status {};
+    stat(path.c_str(), &status);
+    return status.st_mode & 07777;
+}
+
+}  // namespace
+
+// Two manifest folders share the folders above them, as Chrome's channels do on macOS; a browser
+// then starts in one of them.
+TEST(OwnFoldersTest, UninstallRemovesWhatTheToolMadeAndLeavesWhatABrowserAdded) {
+    TempDir dir;
+    const fs::path google = dir.path() / "Google";
+    const std::string chrome = (google / "Chrome/NativeMessagingHosts").string();
+    const std::string beta = (google / "Chrome Beta/NativeMessagingHosts").string();
+    std::string error;
+    ASSERT_TRUE(OwnFolders::create(chrome, false, error)) << error;
+    ASSERT_TRUE(OwnFolders::create(beta, false, error)) << error;
+    std::ofstream(chrome + "/com.quorvel.nativemessagehost.json") << "{}";
+    EXPECT_TRUE(OwnFolders::holdsOnlyOurs((google / "Chrome").string()));
+    EXPECT_TRUE(OwnFolders::holdsOnlyOurs(google.string()));
+    EXPECT_FALSE(OwnFolders::holdsOnlyOurs(dir.path().string()));  // not made by the tool
+
+    // Chrome Beta's go; Google stays, recorded, for Chrome's manifest.
+    OwnFolders::release(beta);
+    EXPECT_EQ(listing(dir.path()),
+              "Google\nGoogle/.com.quorvel.nativemessagehost.created\nGoogle/Chrome\n"
+              "Google/Chrome/.com.quorvel.nativemessagehost.created\n"
+              "Google/Chrome/NativeMessagingHosts\n"
+              "Google/Chrome/NativeMessagingHosts/.com.quorvel.nativemessagehost.created\n"
+              "Google/Chrome/NativeMessagingHosts/com.quorvel.nativemessagehost.json\n");
+
+    fs::create_directory(google / "Chrome/Default");  // Chrome starts
+    EXPECT_FALSE(OwnFolders::holdsOnlyOurs((google / "Chrome").string()));
+    EXPECT_FALSE(OwnFolders::holdsOnlyOurs(google.string()));
+    // With its manifest in place, Chrome's folder is kept for it.
+    OwnFolders::release(chrome);
+    EXPECT_TRUE(fs::exists(fs::path(chrome) / OwnFolders::kRecordName));
+    // Once it is gone, what Chrome made stays and is Chrome's: no record is left.
+    fs::remove(chrome + "/com.quorvel.nativemessagehost.json");
+    OwnFolders::release(chrome);
+    EXPECT_EQ(listing(dir.path()), "Google\nGoogle/Chrome\nGoogle/Chrome/Default\n");
+}
+
+TEST(OwnFoldersTest, SystemFoldersAreOpenToAllWhateverTheUmaskAndFailuresNameTheCause) {
+    TempDir dir;
+    const mode_t previous = umask(077);
+    std::string error;
+    const bool madeForAll = OwnFolders::create((dir.path() / "etc/opt").string(), true, error);
+    const bool madeForUser = OwnFolders::create((dir.path() / "home/u").string(), false, error);
+    umask(previous);
+    ASSERT_TRUE(madeForAll && madeForUser) << error;
+    EXPECT_EQ(modeOf(dir.path() / "etc"), 0755u);
+    EXPECT_EQ(modeOf(dir.path() / "etc/opt"), 0755u);
+    EXPECT_EQ(modeOf(dir.path() / "etc/opt" / OwnFolders::kRecordName), 0644u);
+    EXPECT_EQ(modeOf(dir.path() / "home/u"), 0700u);  // the user's own umask
+
+    std::ofstream(dir.path() / "file") << "";
+    EXPECT_FALSE(OwnFolders::create((dir.path() / "file").string(), false, error));
+    EXPECT_EQ(error, "it is not a folder");
+    EXPECT_FALSE(OwnFolders::create((dir.path() / "file/sub/folder").string(), false, error));
+    EXPECT_EQ(error, "Not a directory (making " + (dir.path() / "file/sub").string() + ")");
+}

@@ -1,0 +1,195 @@
+#!/usr/bin/env bash
+# Installs the host and the registration tool from the build tree into a temporary prefix, then
+# registers, inspects and unregisters the host with the tool in a temporary home folder and a
+# temporary root, as a fake user (the tests' fake user library) whose home is that folder.
+# Usage: registrationTest.sh BUILD_DIR FAKE_USER_LIBRARY
+# Some checks read "A && B || fail", meant to fail when either A or B does.
+# shellcheck disable=SC2015
+set -euo pipefail
+
+buildDir=$1 fakeUserLibrary=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+# Linux's folders until the macOS checks at the end.
+export HOME="$work/home" MANIFEST_ROOT="$work/root" MANIFEST_PLATFORM=Linux
+printf %s "$HOME" >"$work/user"
+preload=LD_PRELOAD
+[ "$(uname)" != Darwin ] || preload=DYLD_INSERT_LIBRARIES
+
+fail() { echo "FAILED: $*" >&2; exit 1; }
+# The SHA-1 of standard input in hex, as sha1sum (Linux) or shasum (macOS) gives it.
+sha1() { { command -v sha1sum >/dev/null && sha1sum || shasum -a 1; } | cut -c1-40; }
+listing() { (cd "$work" && find home root | sort); }
+
+manifest=com.quorvel.nativemessagehost.json firefoxId=quorvel@example.com
+chromeId=abcdefghijklmnopabcdefghijklmnop chromeId2=ponmlkjihgfedcbaponmlkjihgfedcba
+chromeOrigins=("chrome-extension://$chromeId/" "chrome-extension://$chromeId2/")
+ids=(--chrome-extension-id "$chromeId" --chrome-extension-id "$chromeId2" --firefox-extension-id "$firefoxId")
+
+# The prefix has a space and quotes, which the manifest must escape.
+prefix="$work/pre fix \"q\""
+cmake --install "$buildDir" --prefix "$prefix" >/dev/null
+host="$prefix/bin/QuorvelNativeMessageHost"
+[ "$(find "$prefix" -type f | sort)" = "$(printf '%s\n' "$prefix/bin/QuorvelHostRegistration" "$host")" ] ||
+    fail "installed other than the host and the tool: $(find "$prefix" -type f)"
+# Exported by the subshell, whose exec hands them to the tool directly: on macOS, system
+# programs such as /usr/bin/env drop DYLD_* variables. AddressSanitizer refuses to start when
+# another library is preloaded ahead of it, unless told.
+tool() (
+    export "$preload=$fakeUserLibrary" QUORVEL_FAKE_USER_FILE="$work/user" \
+        ASAN_OPTIONS="${ASAN_OPTIONS:-}:verify_asan_link_order=0"
+    exec "$prefix/bin/QuorvelHostRegistration" "$@"
+)
+
+# Runs the tool, which must refuse its arguments with a message and exit 2, writing nothing.
+refused() {
+    local status=0
+    tool "$@" >/dev/null 2>"$work/error" || status=$?
+    [ "$status" = 2 ] && [ -s "$work/error" ] && [ "$(listing)" = "$before" ] ||
+        fail "not refused with status 2 and a message, or wrote something: $*"
+}
+
+# STATUS TEXT ARGUMENTS...: the tool exits with STATUS and prints a line holding TEXT.
+expect_run() {
+    local status=0
+    tool "${@:3}" >"$work/out" 2>&1 || status=$?
+    [ "$status" = "$1" ] && grep -qF -- "$2" "$work/out" ||
+        fail "${*:3}: exit $status, expected $1 and '$2': $(cat "$work/out")"
+}
+
+# FOLDER...: exactly these folders under the work folder hold a manifest, each of which registers
+# the installed host for the ids of the family that the folder's browser belongs to.
+expect_manifests() {
+    local folder file key allowed
+    [ "$(listing | grep -F "/$manifest")" = "$(printf "%s/$manifest\n" "$@" | sort)" ] ||
+        fail "expected manifests in exactly $*: $(listing)"
+    for folder in "$@"; do
+        file="$work/$folder/$manifest" key=allowed_origins allowed=("${chromeOrigins[@]}")
+        [[ ! $folder =~ [Mm]ozilla|[Ll]ibre[Ww]olf ]] || key=allowed_extensions allowed=("$firefoxId")
+        jq -e --arg path "$host" --arg key "$key" --args 'has("description") and del(.description) ==
+            {name: "com.quorvel.nativemessagehost", path: $path, type: "stdio", ($key): $ARGS.positional}' \
+            "${allowed[@]}" <"$file" >/dev/null || fail "wrong manifest in $folder: $(cat "$file")"
+    done
+}
+
+uninstall_leaves_nothing() {
+    tool uninstall --executable "$host" "$@" >/dev/null
+    [ "$(listing)" = "$before" ] || fail "uninstall $* left: $(diff <(echo "$before") <(listing))"
+}
+
+# --all|--system FOLDER...: installing, then again with more ids, writes exactly the FOLDERs'
+# manifests, all found sound by status, with the browsers not in use still not in use, and
+# uninstall removes them with the folders it made.
+install_everywhere() {
+    tool install "$1" --executable "$host" --chrome-extension-id "$chromeId" >/dev/null
+    tool install "$1" --executable "$host" "${ids[@]}" >/dev/null
+    expect_manifests "${@:2}"
+    tool status --json | jq -e ".sound and .manifestsFound == $# - 1 and ([.browsers[] |
+        select(.profile == \"found\")] | length) == $inUse" >/dev/null ||
+        fail "status --json: not the $(($# - 1)) manifests of $1 sound, or another browser in use"
+    # Uninstall has no --all: it removes what either scope wrote.
+    # shellcheck disable=SC2086
+    uninstall_leaves_nothing ${1#--all}
+}
+
+# Google Chrome and Brave have a profile folder, Firefox only its snap (which reads the usual
+# folder), Chromium only its Flatpak (which cannot start the host); the others none. On macOS,
+# only Brave has one.
+mac="home/Library/Application Support"
+mkdir -p "$MANIFEST_ROOT" "$HOME/.config/google-chrome" "$HOME/.config/BraveSoftware/Brave-Browser" \
+    "$HOME/snap/firefox" "$HOME/.var/app/org.chromium.Chromium" "$work/$mac/BraveSoftware/Brave-Browser"
+before=$(listing) inUse=3
+
+refused uninstall --executable bin/QuorvelNativeMessageHost
+refused install --executable "$work/missing" "${ids[@]}"
+# What install must refuse after --executable HOST: a case a string, split into words.
+for bad in "--chrome-extension-id ${chromeId/p/q}" "--chrome-extension-id ${chromeId}a" \
+    "--firefox-extension-id quorvel" "--firefox-extension-id {1234-5678}" "${ids[*]} --colour" \
+    "${ids[*]} --folder c --family chrome" "${ids[*]} --folder $work/c --family safari" \
+    "--chrome-extension-id $chromeId --folder $work/c --family firefox"; do
+    # shellcheck disable=SC2086
+    refused install --executable "$host" $bad
+done
+
+# Nothing registered: status says so; the agent's socket is the fake user's, where nobody listens.
+expect_run 1 "No manifest of the host found" status
+grep -qF "nothing listens at /tmp/quorvel$(printf %s "$HOME" | sha1) " "$work/out" ||
+    fail "status does not look for the agent at the fake user's socket: $(cat "$work/out")"
+
+# A portable LibreWolf reads a folder that the tool's table does not know.
+portable="$MANIFEST_ROOT/opt/librewolf/native-messaging-hosts"
+tool install --executable "$host" "${ids[@]}" >/dev/null
+tool install --executable "$host" "${ids[@]}" --folder "$portable" --family firefox >/dev/null
+expect_manifests home/.config/{google-chrome,BraveSoftware/Brave-Browser}/NativeMessagingHosts \
+    home/.mozilla/native-messaging-hosts root/opt/librewolf/native-messaging-hosts
+tool status --json | jq -e '.sound and .manifestsFound == 3 and .agent.listener == "nothing"
+    and (.browsers[] | select(.name == "Chromium") | .profile == "sandboxed" and (.note | test("Flatpak")))' \
+    >/dev/null || fail "status --json: not the three sound manifests and Chromium's Flatpak"
+expect_run 0 "Every manifest found is sound." status --folder "$portable" --family firefox
+
+# Firefox's manifest, edited by hand for an executable that is not there and a malformed id, is
+# broken twice over and not uninstall's to remove; Chrome's, cut short, is not JSON.
+firefoxManifest="$HOME/.mozilla/native-messaging-hosts/$manifest"
+chromeManifest="$HOME/.config/google-chrome/NativeMessagingHosts/$manifest"
+printf '{ "allowed_extensions" : [ "%s",\n "not an id" ], "type":"stdio", "description": "",\n"name":\n "%s", "path" : "%s" }' \
+    "$firefoxId" com.quorvel.nativemessagehost "$work/elsewhere/host" >"$firefoxManifest"
+head -c $(($(wc -c <"$chromeManifest") - 2)) "$chromeManifest" >"$work/cut" &&
+    cat "$work/cut" >"$chromeManifest"
+expect_run 1 "malformed id: 'not an id'" status
+grep -q "path is not an absolute path of an executable file: '$work/elsewhere/host'" "$work/out" &&
+    grep -q "BROKEN: $chromeManifest" "$work/out" && grep -q "it is not valid JSON: parse error" "$work/out" ||
+    fail "status missed what is broken: $(cat "$work/out")"
+! tool status --json >"$work/out" && jq -e '[.browsers[].manifests[] | select(.found and .sound == false)]
+    | length == 2 and (.[1] | (.pathIsExecutable | not) and .ids == ["quorvel@example.com", "not an id"]
+    and .malformedIds == ["not an id"])' "$work/out" >/dev/null || fail "status --json: $(cat "$work/out")"
+# Uninstall knows Chrome's again once a tool has re-indented it with its keys in another order.
+tool install --executable "$host" --chrome-extension-id "$chromeId" >/dev/null
+jq -S . "$chromeManifest" >"$work/sorted" && cp "$work/sorted" "$chromeManifest"
+tool uninstall --executable "$host" >/dev/null
+[ -f "$firefoxManifest" ] && [ ! -e "$chromeManifest" ] && rm -r "$HOME/.mozilla" ||
+    fail "uninstall removed another executable's manifest or left its own"
+uninstall_leaves_nothing --folder "$portable"
+
+# A folder that cannot be written is named, the others are written, and the run fails.
+brave="$HOME/.config/BraveSoftware/Brave-Browser/NativeMessagingHosts"
+touch "$brave"
+expect_run 1 "Brave: cannot write $brave: it is not a folder" install --executable "$host" "${ids[@]}"
+grep -q "Google Chrome: wrote" "$work/out" || fail "a folder that cannot be written stopped the run"
+rm "$brave"
+uninstall_leaves_nothing
+
+# Without a browser in use, install writes nothing and says what to do.
+mv "$HOME" "$work/away" && mkdir "$HOME"
+expect_run 1 "Start the browser once" install --executable "$host" "${ids[@]}"
+rmdir "$HOME" && mv "$work/away" "$HOME"
+
+install_everywhere --all home/{.mozilla,.librewolf}/native-messaging-hosts \
+    home/.config/{google-chrome{,-beta,-unstable},chromium,microsoft-edge,vivaldi}/NativeMessagingHosts \
+    home/.config/BraveSoftware/Brave-Browser/NativeMessagingHosts
+# What a browser started after install --all put in a folder the tool made stays; records go.
+tool install --all --executable "$host" "${ids[@]}" >/dev/null
+mkdir "$HOME/.config/vivaldi/Default"
+tool uninstall --executable "$host" >/dev/null
+[ "$(listing)" = "$(printf '%s\n' "$before" home/.config/vivaldi home/.config/vivaldi/Default | sort)" ] ||
+    fail "uninstall after a browser's start left: $(diff <(echo "$before") <(listing))"
+rm -r "$HOME/.config/vivaldi"
+
+# For all users, under any umask: folders 0755, manifests 0644.
+(umask 077 && install_everywhere --system root/etc/{opt/chrome,chromium,opt/edge}/native-messaging-hosts \
+    root/usr/{lib,lib64}/{mozilla,librewolf}/native-messaging-hosts)
+(umask 077 && tool install --system --executable "$host" "${ids[@]}" >/dev/null)
+[ "$(find "$MANIFEST_ROOT"/* \( -type d ! -perm 0755 \) -o \( -type f ! -perm 0644 \))" = "" ] ||
+    fail "system folders or manifests not open to all: $(ls -lR "$MANIFEST_ROOT")"
+uninstall_leaves_nothing --system
+
+# On macOS, Brave reads Chrome's folder: a Brave user gets a manifest there too.
+export MANIFEST_PLATFORM=Darwin
+inUse=2
+tool install --executable "$host" "${ids[@]}" >/dev/null
+expect_manifests "$mac/"{BraveSoftware/Brave-Browser,Google/Chrome}/NativeMessagingHosts
+uninstall_leaves_nothing
+install_everywhere --all "$mac/"{Google/Chrome,Microsoft\ Edge}{,\ Beta,\ Dev,\ Canary}/NativeMessagingHosts \
+    "$mac/"{Chromium,BraveSoftware/Brave-Browser,Vivaldi,Mozilla,LibreWolf}/NativeMessagingHosts
+install_everywhere --system root/Library/{Google/Chrome,Microsoft/Edge}/NativeMessagingHosts \
+    "root/Library/Application Support/"{Chromium,Mozilla,LibreWolf}/NativeMessagingHosts
+echo "All registration checks passed."
