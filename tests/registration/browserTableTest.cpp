@@ -1,6 +1,5 @@
 #include "browserTable.h"
 
-#include <algorithm>
 #include <set>
 #include <string>
 
@@ -50,29 +49,4 @@ TEST(BrowserTableTest, EveryRowNamesItsSourceAndFoldersOfTheRightKind) {
         }
     }
     EXPECT_TRUE(browserTable("Windows").empty());
-}
-
-TEST(BrowserTableTest, SystemFoldersAndSandboxesAreWhereTheBrowsersLook) {
-    const auto row = [](const char* platform, const std::string& name) {
-        const auto& table = browserTable(platform);
-        return *std::find_if(table.begin(), table.end(),
-                             [&](const Browser& browser) { return browser.name == name; });
-    };
-    // Brave on macOS reads Chrome's folders: a Brave profile gets Chrome's manifest.
-    const auto& macChromeProfiles = row("Darwin", "Google Chrome").profiles;
-    EXPECT_NE(std::find(macChromeProfiles.begin(), macChromeProfiles.end(),
-                        "Library/Application Support/BraveSoftware/Brave-Browser"),
-              macChromeProfiles.end());
-    EXPECT_TRUE(row("Linux", "Brave").systemFolders.empty());
-    EXPECT_EQ(row("Linux", "Google Chrome").systemFolders,
-              std::vector<std::string>({"/etc/opt/chrome/native-messaging-hosts"}));
-    EXPECT_EQ(row("Linux", "Chromium").sandboxed,
-              std::vector<std::string>({".var/app/org.chromium.Chromium", "snap/chromium"}));
-    // Firefox's snap reads the usual folder, so its profile counts as Firefox's own.
-    const Browser firefox = row("Linux", "Firefox (with Developer Edition, Nightly)");
-    EXPECT_EQ(firefox.profiles,
-              std::vector<std::string>({".mozilla", ".config/mozilla", "snap/firefox"}));
-    EXPECT_EQ(firefox.systemFolders,
-              std::vector<std::string>({"/usr/lib/mozilla/native-messaging-hosts",
-                                        "/usr/lib64/mozilla/native-messaging-hosts"}));
 }
