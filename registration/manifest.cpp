@@ -125,6 +125,10 @@ std::string parseErrorText(const json::parse_error& error) {
 
 }  // namespace
 
+std::string Manifest::fileIn(const std::string& folder) {
+    return folder + "/" + kFileName;
+}
+
 std::string Manifest::compose(Family family, const std::string& executable,
                               const std::vector<std::string>& ids) {
     json allowed = json::array();

@@ -12,6 +12,9 @@ class Manifest {
     static const char* const kHostName;  // "com.quorvel.nativemessagehost"
     static const char* const kFileName;  // the host name + ".json"
 
+    // Where the manifest lies in a browser's manifest folder.
+    static std::string fileIn(const std::string& folder);
+
     // The verdict on one manifest. Sound when problems is empty.
     struct Verdict {
         std::vector<std::string> problems;  // each a phrase such as "its type is not \"stdio\""

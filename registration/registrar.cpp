@@ -28,10 +28,9 @@ bool writeAll(int descriptor, const std::string& text) {
     return true;
 }
 
-// Writes the text to a temporary file in the folder and renames it to the file, so that a
+// Writes the text to a temporary file in the folder and renames it to the manifest, so that a
 // browser reads either the old manifest or the new one, never part of one. Any umask: 0644.
-bool replaceFile(const std::string& folder, const std::string& file, const std::string& text,
-                 std::string& error) {
+bool replaceManifest(const std::string& folder, const std::string& text, std::string& error) {
     std::string temporary = folder + "/." + Manifest::kFileName + ".XXXXXX";
     const int descriptor = mkstemp(temporary.data());
     if (descriptor < 0) {
@@ -42,7 +41,7 @@ bool replaceFile(const std::string& folder, const std::string& file, const std::
                          fsync(descriptor) == 0;
     const int writeErrno = errno;
     const bool closed = close(descriptor) == 0;
-    if (written && closed && rename(temporary.c_str(), file.c_str()) == 0) {
+    if (written && closed && rename(temporary.c_str(), Manifest::fileIn(folder).c_str()) == 0) {
         return true;
     }
     error = std::strerror(written && closed ? errno : writeErrno);
@@ -60,20 +59,18 @@ bool samePath(const std::string& a, const std::string& b) {
 Registrar::Registrar(const CommandLine& line, std::ostream& out, std::ostream& err)
     : line(line), out(out), err(err) {}
 
-bool Registrar::write(const std::string& name, const std::string& folder, Family family) {
-    const std::string file = folder + "/" + Manifest::kFileName;
+void Registrar::write(const std::string& name, const std::string& folder, Family family) {
     std::string error;
     if (OwnFolders::create(folder, line.system, error) &&
-        replaceFile(folder, file, Manifest::compose(family, line.executable, line.ids(family)),
-                    error)) {
-        out << name << ": wrote " << file << "\n";
+        replaceManifest(folder, Manifest::compose(family, line.executable, line.ids(family)),
+                        error)) {
+        out << name << ": wrote " << Manifest::fileIn(folder) << "\n";
         ++written;
-        return true;
+        return;
     }
     OwnFolders::release(folder);
     err << name << ": cannot write " << folder << ": " << error << "\n";
     failed = true;
-    return false;
 }
 
 void Registrar::installForUser(const Browser& browser) {
@@ -124,7 +121,7 @@ int Registrar::install() {
 }
 
 void Registrar::remove(const std::string& name, const std::string& folder) {
-    const std::string file = folder + "/" + Manifest::kFileName;
+    const std::string file = Manifest::fileIn(folder);
     std::error_code ignored;
     if (std::filesystem::exists(std::filesystem::symlink_status(file, ignored))) {
         std::string error;

@@ -21,7 +21,7 @@ class Registrar {
 
   private:
     // Writes the manifest of the family into the folder, whole or not at all.
-    bool write(const std::string& name, const std::string& folder, Family family);
+    void write(const std::string& name, const std::string& folder, Family family);
     void installForUser(const Browser& browser);
     void installForSystem(const Browser& browser);
     void remove(const std::string& name, const std::string& folder);

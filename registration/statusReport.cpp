@@ -93,7 +93,7 @@ StatusReport::StatusReport(const CommandLine& line, std::ostream& out) : line(li
 
 json StatusReport::manifestEntry(const std::string& scope, const std::string& folder,
                                  Family family) const {
-    const std::string file = folder + "/" + Manifest::kFileName;
+    const std::string file = Manifest::fileIn(folder);
     std::error_code ignored;
     if (!std::filesystem::exists(std::filesystem::symlink_status(file, ignored))) {
         return {{"scope", scope}, {"file", file}, {"found", false}};
