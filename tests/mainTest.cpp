@@ -194,6 +194,7 @@ TEST_F(HostEndToEndTest, FramesReachTheAgentInOrderAndOnlyThoseSentWhileItIsAway
     host->closeInput();
     EXPECT_EQ(host->waitForExit(std::chrono::seconds(10)), 0);
     EXPECT_EQ(count(kForwarded), 4u);
+    EXPECT_EQ(count(outgoing("lost")), 0u) << "a frame is logged as sent only once written";
 }
 
 // Today's first log file is planted just short of full (sparse: nothing is written), so that
@@ -244,4 +245,20 @@ TEST_F(HostEndToEndTest, LogFolderThatCannotBeWrittenLosesOnlyTheLines) {
     host->closeInput();
     EXPECT_EQ(host->waitForExit(std::chrono::seconds(10)), 0);
     EXPECT_TRUE(fs::is_regular_file(logFolder()));
+}
+
+// The watcher first looks about five seconds after the start: a marker already there stops the
+// host then, with the check's line first, not at once.
+TEST_F(HostEndToEndTest, MarkerPresentAtStartStopsTheHostAtTheFirstCheckNotSooner) {
+    const std::string check = entry("HOST-UPD", "Check for messagehost update");
+    const std::string update = entry("HOST-APP", "Updates are available, terminate messagehost.");
+    std::ofstream{workDir.path() / "QuorvelNativeMessageHost_update"};
+    const auto begun = std::chrono::steady_clock::now();
+    auto host = startHost();
+    ASSERT_TRUE(waitForCount(update, 1));
+    EXPECT_GE(std::chrono::steady_clock::now() - begun, std::chrono::seconds(2));
+    EXPECT_EQ(host->waitForExit(), 0);
+    EXPECT_EQ(entries(), (std::vector<std::string>{
+                             entry("AGT-PORT", "Socket name: " + socketPath()), kStartLine, check,
+                             update, entry("AGT-PORT", "Canceling AgentPort"), kStopLine}));
 }

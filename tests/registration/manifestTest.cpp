@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -9,6 +10,8 @@
 #include <gtest/gtest.h>
 
 #include "support/tempDir.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -22,14 +25,19 @@ std::string chromeManifest(const std::string& executable, const std::string& mem
            members + "}";
 }
 
+// Makes an executable file at the path.
+std::string executable(const fs::path& path) {
+    std::ofstream(path) << "#!/bin/sh\n";
+    chmod(path.c_str(), 0755);
+    return path.string();
+}
+
 }  // namespace
 
 TEST(ManifestTest, ComposedManifestIsSoundAndNamesItsExecutableForBothFamilies) {
     TempDir dir;
     // A space, quotes and a backslash, which the manifest must escape.
-    const std::string host = (dir.path() / "pre fix \"q\" \\ host").string();
-    std::ofstream(host) << "#!/bin/sh\n";
-    chmod(host.c_str(), 0755);
+    const std::string host = executable(dir.path() / "pre fix \"q\" \\ host");
 
     const Manifest::Verdict chrome = Manifest::judge(
         Manifest::compose(Family::Chrome, host, {kChromeId, kChromeId}), Family::Chrome);
@@ -51,9 +59,7 @@ TEST(ManifestTest, ComposedManifestIsSoundAndNamesItsExecutableForBothFamilies) 
 
 TEST(ManifestTest, EveryWayAManifestBreaksIsNamedInItsVerdict) {
     TempDir dir;
-    const std::string host = (dir.path() / "host").string();
-    std::ofstream(host) << "#!/bin/sh\n";
-    chmod(host.c_str(), 0755);
+    const std::string host = executable(dir.path() / "host");
     const std::string notExecutable = (dir.path() / "plain").string();
     std::ofstream(notExecutable) << "text\n";
     const std::string sound = chromeManifest(host);
@@ -127,4 +133,25 @@ TEST(ManifestTest, FileThatCannotBeReadIsBrokenAndAnyLayoutNamesItsPath) {
          {"{\"path\": \"/opt/host\"", "[\"/opt/host\"]", "{\"path\": 1}"}) {
         EXPECT_EQ(Manifest::registeredPath(unreadable), "") << unreadable;
     }
+}
+
+// Package managers install executables through links, relative or to another link; the browsers
+// follow them, as they do a link to a folder. A link to nothing is broken.
+TEST(ManifestTest, PathThroughSymbolicLinksIsSoundWhenTheyEndAtAnExecutable) {
+    TempDir dir;
+    fs::create_directories(dir.path() / "lib/quorvel");
+    fs::create_directory(dir.path() / "bin");
+    executable(dir.path() / "lib/quorvel/host");
+    fs::create_symlink("../lib/quorvel/host", dir.path() / "bin/host");
+    fs::create_symlink(dir.path() / "bin/host", dir.path() / "bin/alias");
+    fs::create_directory_symlink(dir.path() / "lib/quorvel", dir.path() / "current");
+    for (const char* link : {"bin/host", "bin/alias", "current/host"}) {
+        const std::string path = (dir.path() / link).string();
+        EXPECT_EQ(Manifest::judge(chromeManifest(path), Family::Chrome).problems,
+                  std::vector<std::string>())
+            << link;
+    }
+    fs::create_symlink(dir.path() / "lib/gone", dir.path() / "bin/dangling");
+    const std::string dangling = (dir.path() / "bin/dangling").string();
+    EXPECT_FALSE(Manifest::judge(chromeManifest(dangling), Family::Chrome).pathIsExecutable);
 }
