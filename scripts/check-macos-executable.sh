@@ -80,7 +80,7 @@ if ! archs=$("$lipo" -archs "$file" 2>&1); then
     exit 1
 fi
 if ! same_words "$archs" "$*"; then
-    echo "$file: architectures are \"$archs\", not \"$*\"" >&2
+    echo "$file: architectures are \"$(sorted <<<"$archs")\", not \"$*\"" >&2
     exit 1
 fi
 failed=0
