@@ -11,8 +11,20 @@ cd "$(dirname "$0")/.."
 scripts=(.github/workflows/ci.yml scripts/test.sh scripts/prerequisites.sh
     scripts/check-macos-executable.sh tests/registration/registrationTest.sh)
 
-# Each rule: an extended regular expression, a tab, and what is wrong.
-rules=$(cat <<'EOF'
+found=0
+# Each rule below: an extended regular expression, a tab, and what is wrong. (Read by the loop,
+# not from a command substitution: bash before 4.0 scans a here-document there as code.)
+while IFS=$'\t' read -r pattern problem; do
+    for script in "${scripts[@]}"; do
+        # Comment lines emptied, so that the line numbers stay.
+        if hits=$(sed 's/^[[:space:]]*#.*//' "$script" | grep -nE -- "$pattern"); then
+            while IFS= read -r hit; do
+                echo "$script:${hit%%:*}: $problem: ${hit#*:}" >&2
+            done <<<"$hits"
+            found=1
+        fi
+    done
+done <<'EOF'
 (^|[^[:alnum:]_-])paste( +-[[:alpha:]]*d *('[^']*'|"[^"]*"|[^ |;)]+)| +-[[:alpha:]]+)* *($|[|;)])	BSD paste needs a file operand: - for standard input
 (^|[^[:alnum:]_-])sed [^|;]*-[[:alpha:]]*i([^.[:alnum:]]|$)	BSD sed -i takes the next word as the backup suffix: give -i.bak, or write a new file
 (^|[^[:alnum:]_-])sed [^|;]*-[[:alpha:]]*r	BSD sed has no -r: use -E
@@ -36,18 +48,4 @@ rules=$(cat <<'EOF'
 (^|[^[:alnum:]_-])shopt +-s +(globstar|lastpipe|inherit_errexit)	bash 3.2 has no globstar, lastpipe or inherit_errexit
 [$][{]?(EPOCHSECONDS|EPOCHREALTIME|BASHPID)	bash 3.2 has no EPOCHSECONDS, EPOCHREALTIME or BASHPID
 EOF
-)
-
-found=0
-while IFS=$'\t' read -r pattern problem; do
-    for script in "${scripts[@]}"; do
-        # Comment lines emptied, so that the line numbers stay.
-        if hits=$(sed 's/^[[:space:]]*#.*//' "$script" | grep -nE -- "$pattern"); then
-            while IFS= read -r hit; do
-                echo "$script:${hit%%:*}: $problem: ${hit#*:}" >&2
-            done <<<"$hits"
-            found=1
-        fi
-    done
-done <<<"$rules"
 exit "$found"
