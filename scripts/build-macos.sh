@@ -58,6 +58,15 @@ for shipped in bin/QuorvelNativeMessageHost bin/QuorvelHostRegistration; do
 done
 scripts/check-macos-executable.sh --interposes getpwuid_r \
     build/macos-arm64-cross/bin/libquorvelFakeUser.dylib arm64
+# The checks must be able to fail: one that compared two empty answers would pass anything.
+for wrong in "build/macos-x86_64-cross/bin/QuorvelNativeMessageHost arm64" \
+    "--interposes getpwuid_r --interposes socket build/macos-arm64-cross/bin/libquorvelFakeUser.dylib arm64"; do
+    # shellcheck disable=SC2086
+    if scripts/check-macos-executable.sh $wrong 2>/dev/null; then
+        echo "scripts/check-macos-executable.sh passed what is wrong: $wrong" >&2
+        exit 1
+    fi
+done
 echo "Linked for macOS on arm64, not run: $(cd build/macos-arm64-cross && echo bin/* tests/quorvelTests)"
 [ -e build/macos-arm64-cross/bin/quorvelMicroBench ] ||
     echo "Left out: the micro-benchmarks (no Google Benchmark for macOS on this machine)"

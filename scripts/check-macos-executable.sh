@@ -30,8 +30,17 @@ source "$(dirname "$0")/prerequisites.sh"
 lipo=$(llvm_tool llvm-lipo) || { echo "llvm-lipo not found (Debian package llvm)" >&2; exit 1; }
 objdump=$(llvm_tool llvm-objdump) || { echo "llvm-objdump not found (Debian package llvm)" >&2; exit 1; }
 
+# The words of standard input in order, one space apart; fails when there are none. BSD paste
+# needs its file operand.
 sorted() {
-    tr ' ' '\n' | grep . | sort | paste -sd ' '
+    tr ' ' '\n' | grep . | sort | paste -sd ' ' -
+}
+
+# Whether two lists hold the same words, neither of them empty: a tool whose answer is empty
+# must not pass for one that agrees.
+same_words() {
+    local first second
+    first=$(sorted <<<"$1") && second=$(sorted <<<"$2") && [ "$first" = "$second" ]
 }
 
 # Prints what is wrong with one slice of the file, from its Mach-O header and load commands.
@@ -60,9 +69,9 @@ slice_problems() {
     [ ${#interposed[@]} -eq 0 ] && return 0
     local replaced
     replaced=$("$objdump" --macho --bind --arch="$1" "$file" |
-        awk '$2 == "__interpose" { sub(/^_/, "", $NF); print $NF }' | sorted)
-    if [ "$replaced" != "$(sorted <<<"${interposed[*]}")" ]; then
-        echo "interposes \"$replaced\" (__interpose section), not \"$(sorted <<<"${interposed[*]}")\""
+        awk '$2 == "__interpose" { sub(/^_/, "", $NF); print $NF }')
+    if ! same_words "$replaced" "${interposed[*]}"; then
+        echo "interposes \"${replaced//$'\n'/ }\" (__interpose section), not \"${interposed[*]}\""
     fi
 }
 
@@ -70,8 +79,8 @@ if ! archs=$("$lipo" -archs "$file" 2>&1); then
     echo "$file: not a Mach-O file (llvm-lipo cannot read it)" >&2
     exit 1
 fi
-if [ "$(sorted <<<"$archs")" != "$(sorted <<<"$*")" ]; then
-    echo "$file: architectures are $(sorted <<<"$archs"), not $(sorted <<<"$*")" >&2
+if ! same_words "$archs" "$*"; then
+    echo "$file: architectures are \"$(sorted <<<"$archs")\", not \"$*\"" >&2
     exit 1
 fi
 failed=0
