@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -92,6 +93,16 @@ std::vector<fs::path> logFilesOldestFirst(int folder, const fs::path& folderPath
     return files;
 }
 
+// Hosts appending to one file take turns, so that none reads the last byte of a line that
+// another is still writing. A turn held for long (by a stopped host, say) is waited for about a
+// second at most; the line then goes without it. The turn ends when the file is closed.
+void awaitTurn(int file) {
+    constexpr int kMaxWaits = 1000;
+    for (int waits = 0; waits < kMaxWaits && flock(file, LOCK_EX | LOCK_NB) != 0; ++waits) {
+        Sleep(1);
+    }
+}
+
 // One write for the line and its end, on a file opened for appending, so that the lines of
 // hosts logging at once never mix. A file that ends inside a line (a host killed in the middle
 // of one, a full disk) gets the line's end first, so that no line is glued to a cut one.
@@ -99,8 +110,12 @@ void appendLine(const fs::path& file, const std::string& line) {
     const ScopedDescriptor folder(openPrivateFolder(file.parent_path().string()));
     const ScopedDescriptor output(
         folder.get() == -1 ? -1 : openPrivateFileToAppend(folder.get(), file.filename().string()));
+    if (output.get() == -1) {
+        return;
+    }
+    awaitTurn(output.get());
     struct stat status {};
-    if (output.get() == -1 || fstat(output.get(), &status) != 0) {
+    if (fstat(output.get(), &status) != 0) {
         return;
     }
     char last = '\n';
