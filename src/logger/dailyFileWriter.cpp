@@ -94,10 +94,10 @@ std::vector<fs::path> logFilesOldestFirst(int folder, const fs::path& folderPath
 }
 
 // Hosts appending to one file take turns, so that none reads the last byte of a line that
-// another is still writing. A turn held for long (by a stopped host, say) is waited for about a
-// second at most; the line then goes without it. The turn ends when the file is closed.
+// another is still writing. A turn held for long (by a stopped host, say) is waited for about
+// 100 ms at most; the line then goes without it. The turn ends when the file is closed.
 void awaitTurn(int file) {
-    constexpr int kMaxWaits = 1000;
+    constexpr int kMaxWaits = 100;
     for (int waits = 0; waits < kMaxWaits && flock(file, LOCK_EX | LOCK_NB) != 0; ++waits) {
         Sleep(1);
     }
