@@ -39,13 +39,14 @@ class ScopedDescriptor {
     const int descriptor;
 };
 
-// Throws as the filesystem library does, so that a failing time query ends a listing alike.
-int64_t lastWriteNanoseconds(int folder, const fs::path& file) {
+// The status of a file of the open folder, the file itself if it is a link. Throws as the
+// filesystem library does, so that a failing query ends a listing or a job alike.
+struct stat statusIn(int folder, const fs::path& file) {
     struct stat status {};
     if (fstatat(folder, file.filename().c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
         throw std::system_error(errno, std::generic_category(), "cannot query " + file.string());
     }
-    return lastWriteNanoseconds(status);
+    return status;
 }
 
 // Regular files directly in the open folder whose whole name matches, as paths in `folderPath`;
@@ -85,7 +86,8 @@ std::vector<fs::path> logFilesOldestFirst(int folder, const fs::path& folderPath
         listLogFiles(folder, folderPath, std::wregex(pattern), files);
         // Times are read at each comparison; for about ten files that is cheap enough.
         std::sort(files.begin(), files.end(), [folder](const fs::path& a, const fs::path& b) {
-            return lastWriteNanoseconds(folder, a) < lastWriteNanoseconds(folder, b);
+            return lastWriteNanoseconds(statusIn(folder, a)) <
+                   lastWriteNanoseconds(statusIn(folder, b));
         });
     } catch (...) {
         // Whatever was found so far is still worth returning.
@@ -106,10 +108,9 @@ void awaitTurn(int file) {
 // One write for the line and its end, on a file opened for appending, so that the lines of
 // hosts logging at once never mix. A file that ends inside a line (a host killed in the middle
 // of one, a full disk) gets the line's end first, so that no line is glued to a cut one.
-void appendLine(const fs::path& file, const std::string& line) {
-    const ScopedDescriptor folder(openPrivateFolder(file.parent_path().string()));
+void appendLine(int folder, const fs::path& file, const std::string& line) {
     const ScopedDescriptor output(
-        folder.get() == -1 ? -1 : openPrivateFileToAppend(folder.get(), file.filename().string()));
+        folder == -1 ? -1 : openPrivateFileToAppend(folder, file.filename().string()));
     if (output.get() == -1) {
         return;
     }
@@ -170,7 +171,15 @@ void DailyFileWriter::Flush() {
 void DailyFileWriter::WriteLine(const std::string& line) {
     DeleteExtraLogsEvery(deleteIntervalMs);
     // Opened and closed for every line, so nothing stays open across date changes or deletions.
-    appendLine(PrepareLogPath(), line);
+    const ScopedDescriptor folder(OpenLogFolder());
+    appendLine(folder.get(), PrepareLogPath(folder.get()), line);
+}
+
+int DailyFileWriter::OpenLogFolder() const {
+    if (!fs::exists(fs::status(logFolder))) {
+        CreateLogDirectory();
+    }
+    return openPrivateFolder(fs::path(logFolder).string());
 }
 
 void DailyFileWriter::CreateLogDirectory() const {
@@ -190,17 +199,19 @@ std::wstring DailyFileWriter::GetCurrentDate() {
 }
 
 fs::path DailyFileWriter::PrepareLogPath() const {
-    if (!fs::exists(fs::status(logFolder))) {
-        CreateLogDirectory();
-    }
+    const ScopedDescriptor folder(OpenLogFolder());
+    return PrepareLogPath(folder.get());
+}
+
+fs::path DailyFileWriter::PrepareLogPath(int folder) const {
     const std::wstring stem = filePrefix + GetCurrentDate();
     // The prefix and date go into the pattern unescaped.
-    const std::vector<fs::path> todays = GetLogFilesOrderedByDate(stem + L".*\\.log");
+    const std::vector<fs::path> todays = logFilesOldestFirst(folder, logFolder, stem + L".*\\.log");
     if (todays.empty()) {
         return fs::path(logFolder) / (stem + L".log");
     }
     const fs::path& newest = todays.back();
-    if (fs::file_size(newest) < maxFileSize) {
+    if (static_cast<uintmax_t>(statusIn(folder, newest).st_size) < maxFileSize) {
         return newest;
     }
     const int next = GetFileNum(newest.filename().string()) + 1;

@@ -51,6 +51,10 @@ class DailyFileWriter : public IWriter {
 
   private:
     void CreateLogDirectory() const;
+    // Creates the folder when it is missing, then opens it as openPrivateFolder does.
+    int OpenLogFolder() const;
+    // PrepareLogPath within the folder open as `folder` (-1: none).
+    std::filesystem::path PrepareLogPath(int folder) const;
     void DeleteExtraLogsEvery(long interval);
     static bool hasNMilliSecPassed(uint64_t start, long n);
 
