@@ -67,7 +67,7 @@ uint32_t roundMix(int step, uint32_t b, uint32_t c, uint32_t d) {
 }
 
 // Opens the deepest folder of the path that exists, following links as any other path does;
-// the names below it that are missing go to `missing`, nearest first.
+// the names below it that are missing go to `missing`, the folder's own name first.
 int openDeepestExisting(const std::filesystem::path& folder, std::vector<std::string>& missing) {
     for (std::filesystem::path existing = folder;;) {
         const int descriptor = open(existing.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
