@@ -1,3 +1,5 @@
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -234,17 +236,26 @@ TEST_F(HostEndToEndTest,
     EXPECT_LT(first, kLogFileLimit + 100100) << "a log file holding 20000000 bytes takes no more";
 }
 
-TEST_F(HostEndToEndTest, LogFolderThatCannotBeWrittenLosesOnlyTheLines) {
+// A regular file where the folder belongs, or a FIFO where today's file belongs (which would hold
+// an open for writing until someone reads it).
+TEST_F(HostEndToEndTest, LogThatCannotBeWrittenLosesOnlyTheLinesAndHoldsNoExit) {
     fs::create_directories(logFolder().parent_path());
     std::ofstream(logFolder()) << "a file where the log folder belongs";
     TestAgent agent(socketPath());
-    auto host = startHost();
-    host->writeFrame("one");
-    ASSERT_TRUE(agent.acceptConnection());
-    EXPECT_EQ(agent.readFrame(), "one");
-    host->closeInput();
-    EXPECT_EQ(host->waitForExit(std::chrono::seconds(10)), 0);
-    EXPECT_TRUE(fs::is_regular_file(logFolder()));
+    for (const bool fifo : {false, true}) {
+        if (fifo) {
+            fs::remove(logFolder());
+            fs::create_directory(logFolder());
+            ASSERT_EQ(mkfifo(todaysLog(0).c_str(), 0600), 0);
+        }
+        auto host = startHost();
+        host->writeFrame("one");
+        ASSERT_TRUE(agent.acceptConnection());
+        EXPECT_EQ(agent.readFrame(), "one");
+        host->closeInput();
+        EXPECT_EQ(host->waitForExit(std::chrono::seconds(10)), 0) << "fifo: " << fifo;
+    }
+    EXPECT_TRUE(fs::is_fifo(todaysLog(0)));
 }
 
 // The watcher first looks about five seconds after the start: a marker already there stops the

@@ -1,15 +1,19 @@
 #include "logger/dailyFileWriter.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
 #include <future>
 #include <iomanip>
+#include <memory>
 #include <regex>
 #include <sstream>
+#include <system_error>
 
 #include "platform/utils.h"
 
@@ -17,24 +21,114 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// The log holds every message in full, so only its owner may read it. Folder and files are
-// created with these modes rather than changed afterwards, which would leave a moment in which
-// others could open them; an existing folder or file keeps its mode.
-constexpr mode_t kPrivateFolderMode = S_IRWXU;
-constexpr mode_t kPrivateFileMode = S_IRUSR | S_IWUSR;
+// Owns a descriptor (or -1) and closes it at the end of the scope.
+class ScopedDescriptor {
+  public:
+    explicit ScopedDescriptor(int descriptor) : descriptor(descriptor) {}
+    ~ScopedDescriptor() {
+        if (descriptor != -1) {
+            close(descriptor);
+        }
+    }
+    ScopedDescriptor(const ScopedDescriptor&) = delete;
+    ScopedDescriptor& operator=(const ScopedDescriptor&) = delete;
 
-// Missing parents get the usual mode; only the log folder itself is private.
-void createPrivateFolder(const fs::path& folder) {
-    fs::create_directories(folder.parent_path());
-    mkdir(folder.c_str(), kPrivateFolderMode);
+    int get() const { return descriptor; }
+
+  private:
+    const int descriptor;
+};
+
+// The status of a file of the open folder, the file itself if it is a link. Throws as the
+// filesystem library does, so that a failing query ends a listing or a job alike.
+struct stat statusIn(int folder, const fs::path& file) {
+    struct stat status {};
+    if (fstatat(folder, file.filename().c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        throw std::system_error(errno, std::generic_category(), "cannot query " + file.string());
+    }
+    return status;
 }
 
-// Leaves the file for the stream to append to; a failure shows up as the stream's failed open.
-void createPrivateFile(const fs::path& file) {
-    const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, kPrivateFileMode);
-    if (descriptor != -1) {
-        close(descriptor);
+// Regular files directly in the open folder whose whole name matches, as paths in `folderPath`;
+// a link is no log file of the folder, whatever it names. Throws; what was found stays in `files`.
+void listLogFiles(int folder, const fs::path& folderPath, const std::wregex& expression,
+                  std::vector<fs::path>& files) {
+    // The listing owns its own descriptor, so that the folder's stays open for the queries.
+    const int listed = fcntl(folder, F_DUPFD_CLOEXEC, 0);
+    DIR* const listing = listed == -1 ? nullptr : fdopendir(listed);
+    if (listing == nullptr) {
+        if (listed != -1) {
+            close(listed);
+        }
+        throw std::system_error(errno, std::generic_category(),
+                                "cannot list " + folderPath.string());
     }
+    const std::unique_ptr<DIR, int (*)(DIR*)> closing(listing, closedir);
+    for (const dirent* entry; (entry = readdir(listing)) != nullptr;) {
+        struct stat status {};
+        if (fstatat(folder, entry->d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+            S_ISREG(status.st_mode) &&
+            std::regex_match(fs::path(entry->d_name).wstring(), expression)) {
+            files.push_back(folderPath / entry->d_name);
+        }
+    }
+}
+
+// The files that GetLogFilesOrderedByDate gives, listed in the open folder (none for -1).
+// Never throws.
+std::vector<fs::path> logFilesOldestFirst(int folder, const fs::path& folderPath,
+                                          const std::wstring& pattern) {
+    std::vector<fs::path> files;
+    if (folder == -1) {
+        return files;
+    }
+    try {
+        listLogFiles(folder, folderPath, std::wregex(pattern), files);
+        // Times are read at each comparison; for about ten files that is cheap enough.
+        std::sort(files.begin(), files.end(), [folder](const fs::path& a, const fs::path& b) {
+            return lastWriteNanoseconds(statusIn(folder, a)) <
+                   lastWriteNanoseconds(statusIn(folder, b));
+        });
+    } catch (...) {
+        // Whatever was found so far is still worth returning.
+    }
+    return files;
+}
+
+// Hosts appending to one file take turns, so that none reads the last byte of a line that
+// another is still writing. A turn held for long (by a stopped host, say) is waited for about
+// 100 ms at most; the line then goes without it. The turn ends when the file is closed.
+void awaitTurn(int file) {
+    constexpr int kMaxWaits = 100;
+    for (int waits = 0; waits < kMaxWaits && flock(file, LOCK_EX | LOCK_NB) != 0; ++waits) {
+        Sleep(1);
+    }
+}
+
+// One write for the line and its end, on a file opened for appending, so that the lines of
+// hosts logging at once never mix. A file that ends inside a line (a host killed in the middle
+// of one, a full disk) gets the line's end first, so that no line is glued to a cut one.
+void appendLine(int folder, const fs::path& file, const std::string& line) {
+    const ScopedDescriptor output(
+        folder == -1 ? -1 : openPrivateFileToAppend(folder, file.filename().string()));
+    if (output.get() == -1) {
+        return;
+    }
+    awaitTurn(output.get());
+    struct stat status {};
+    if (fstat(output.get(), &status) != 0) {
+        return;
+    }
+    char last = '\n';
+    if (status.st_size > 0 && pread(output.get(), &last, 1, status.st_size - 1) != 1) {
+        return;
+    }
+    char end = '\n';
+    iovec parts[] = {{&end, 1}, {const_cast<char*>(line.data()), line.size()}, {&end, 1}};
+    const int skipped = last == '\n' ? 1 : 0;
+    // A write cut short is left cut: the next line ends it.
+    const ssize_t written = writev(output.get(), parts + skipped, 3 - skipped);
+    static_cast<void>(written);
 }
 
 }  // namespace
@@ -77,15 +171,20 @@ void DailyFileWriter::Flush() {
 void DailyFileWriter::WriteLine(const std::string& line) {
     DeleteExtraLogsEvery(deleteIntervalMs);
     // Opened and closed for every line, so nothing stays open across date changes or deletions.
-    const fs::path path = PrepareLogPath();
-    createPrivateFile(path);
-    std::ofstream file(path, std::ios::out | std::ios::app);
-    file << line << "\n" << std::flush;
+    const ScopedDescriptor folder(OpenLogFolder());
+    appendLine(folder.get(), PrepareLogPath(folder.get()), line);
+}
+
+int DailyFileWriter::OpenLogFolder() const {
+    if (!fs::exists(fs::status(logFolder))) {
+        CreateLogDirectory();
+    }
+    return openPrivateFolder(fs::path(logFolder).string());
 }
 
 void DailyFileWriter::CreateLogDirectory() const {
     try {
-        createPrivateFolder(logFolder);
+        createPrivateFolder(fs::path(logFolder).string());
     } catch (...) {
         // Shows up as a failed open later, which loses the line silently.
     }
@@ -100,17 +199,19 @@ std::wstring DailyFileWriter::GetCurrentDate() {
 }
 
 fs::path DailyFileWriter::PrepareLogPath() const {
-    if (!fs::exists(fs::status(logFolder))) {
-        CreateLogDirectory();
-    }
+    const ScopedDescriptor folder(OpenLogFolder());
+    return PrepareLogPath(folder.get());
+}
+
+fs::path DailyFileWriter::PrepareLogPath(int folder) const {
     const std::wstring stem = filePrefix + GetCurrentDate();
     // The prefix and date go into the pattern unescaped.
-    const std::vector<fs::path> todays = GetLogFilesOrderedByDate(stem + L".*\\.log");
+    const std::vector<fs::path> todays = logFilesOldestFirst(folder, logFolder, stem + L".*\\.log");
     if (todays.empty()) {
         return fs::path(logFolder) / (stem + L".log");
     }
     const fs::path& newest = todays.back();
-    if (fs::file_size(newest) < maxFileSize) {
+    if (static_cast<uintmax_t>(statusIn(folder, newest).st_size) < maxFileSize) {
         return newest;
     }
     const int next = GetFileNum(newest.filename().string()) + 1;
@@ -132,39 +233,26 @@ int DailyFileWriter::GetFileNum(const std::string& name) {
 }
 
 std::vector<fs::path> DailyFileWriter::GetLogFilesOrderedByDate(const std::wstring& pattern) const {
-    std::vector<fs::path> files;
     try {
-        if (!fs::is_directory(fs::status(logFolder))) {
-            return files;
-        }
-        const std::wregex expression(pattern);
-        for (const fs::directory_entry& entry : fs::directory_iterator(logFolder)) {
-            if (fs::is_regular_file(fs::status(entry.path())) &&
-                std::regex_match(entry.path().filename().wstring(), expression)) {
-                files.push_back(entry.path());
-            }
-        }
-        // Times are read at each comparison; for about ten files that is cheap enough.
-        std::sort(files.begin(), files.end(), [](const fs::path& a, const fs::path& b) {
-            return fs::last_write_time(a) < fs::last_write_time(b);
-        });
+        const ScopedDescriptor folder(openPrivateFolder(fs::path(logFolder).string()));
+        return logFilesOldestFirst(folder.get(), logFolder, pattern);
     } catch (...) {
-        // Whatever was found so far is still worth returning.
+        return {};  // a folder whose name has no narrow form
     }
-    return files;
 }
 
 void DailyFileWriter::DeleteExtraLogs() {
     lastDeleteTick = GetTickCount();
     try {
+        // Listed and removed within the one folder opened here, so that nothing outside it goes.
+        const ScopedDescriptor folder(openPrivateFolder(fs::path(logFolder).string()));
         // Deliberately without the prefix: every ".log" file in the folder counts.
-        const std::vector<fs::path> files = GetLogFilesOrderedByDate(L".*\\.log");
-        if (files.size() <= maxLogFiles) {
-            return;
-        }
-        const size_t extra = files.size() - maxLogFiles;
-        for (size_t i = 0; i < extra; ++i) {
-            fs::remove(files[i]);
+        const std::vector<fs::path> files =
+            logFilesOldestFirst(folder.get(), logFolder, L".*\\.log");
+        for (size_t i = 0; i + maxLogFiles < files.size(); ++i) {
+            if (unlinkat(folder.get(), files[i].filename().c_str(), 0) != 0 && errno != ENOENT) {
+                return;  // the files left over are tried again at the next pass
+            }
         }
     } catch (...) {
         // The files left over are tried again at the next pass.

@@ -10,8 +10,10 @@
 #include "logger/iWriter.h"
 
 // Appends each line to prefix + YYYY_MM_DD.log (then _1.log, _2.log, ... once a file is full)
-// in the log folder and keeps only the newest maxLogFiles ".log" files there. Update may be
-// called from any thread and only queues the line; all file work runs on the writer's worker.
+// in the log folder and keeps only the newest maxLogFiles ".log" files there. It writes only into
+// a folder and regular files of this user's own, reached through no link, and deletes nowhere
+// else (see openPrivateFolder and openPrivateFileToAppend). Update may be called from any thread
+// and only queues the line; all file work runs on the writer's worker.
 // The other operations belong to that worker: call them only while no line is queued.
 class DailyFileWriter : public IWriter {
   public:
@@ -49,6 +51,10 @@ class DailyFileWriter : public IWriter {
 
   private:
     void CreateLogDirectory() const;
+    // Creates the folder when it is missing, then opens it as openPrivateFolder does.
+    int OpenLogFolder() const;
+    // PrepareLogPath within the folder open as `folder` (-1: none).
+    std::filesystem::path PrepareLogPath(int folder) const;
     void DeleteExtraLogsEvery(long interval);
     static bool hasNMilliSecPassed(uint64_t start, long n);
 

@@ -1,5 +1,6 @@
 #include "platform/utils.h"
 
+#include <fcntl.h>
 #include <pwd.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -9,6 +10,7 @@
 #include <filesystem>
 #include <iomanip>
 #include <sstream>
+#include <system_error>
 #include <vector>
 
 #if defined(__APPLE__)
@@ -27,6 +29,14 @@ const char* const kAgentSocketPrefix = "/tmp/quorvel";
 const char* const kLogsRelativeDir = "Library/Application Support/velmarch-agent/logs/messagehost";
 const char* const kDownArrow = "\xE2\x86\x93";
 const char* const kUpArrow = "\xE2\x86\x91";
+
+// The log holds every message in full, so only its owner may read it. Folder and files are
+// created with these modes rather than changed afterwards, which would leave a moment in which
+// others could open them.
+constexpr mode_t kPrivateFolderMode = S_IRWXU;
+constexpr mode_t kPrivateFileMode = S_IRUSR | S_IWUSR;
+// Missing parents of the private folder get the usual mode, narrowed by the umask.
+constexpr mode_t kParentFolderMode = S_IRWXU | S_IRWXG | S_IRWXO;
 
 constexpr std::size_t kSha1BlockBytes = 64;
 // The last block holds the message length in bits from this offset on.
@@ -50,6 +60,40 @@ uint32_t roundMix(int step, uint32_t b, uint32_t c, uint32_t d) {
         return ((b & c) | (b & d) | (c & d)) + 0x8f1bbcdc;
     }
     return (b ^ c ^ d) + 0xca62c1d6;
+}
+
+[[noreturn]] void throwSystemError(const std::string& what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+// Opens the deepest folder of the path that exists, following links as any other path does;
+// the names below it that are missing go to `missing`, the folder's own name first.
+int openDeepestExisting(const std::filesystem::path& folder, std::vector<std::string>& missing) {
+    for (std::filesystem::path existing = folder;;) {
+        const int descriptor = open(existing.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (descriptor != -1) {
+            return descriptor;
+        }
+        const std::filesystem::path up = existing.has_parent_path() ? existing.parent_path() : ".";
+        if (errno != ENOENT || up == existing) {
+            throwSystemError("cannot open folder " + existing.string());
+        }
+        if (!existing.filename().empty()) {
+            missing.push_back(existing.filename().string());
+        }
+        existing = up;
+    }
+}
+
+// Closes the descriptor and gives -1 unless its status passes the check.
+template <typename Check>
+int keptIf(int descriptor, Check check) {
+    struct stat status {};
+    if (descriptor != -1 && (fstat(descriptor, &status) != 0 || !check(status))) {
+        close(descriptor);
+        return -1;
+    }
+    return descriptor;
 }
 
 }  // namespace
@@ -96,6 +140,55 @@ std::string getLogsDir() {
         return std::filesystem::current_path().root_directory().string();
     }
     return (std::filesystem::path(home) / kLogsRelativeDir).string();
+}
+
+void createPrivateFolder(const std::string& path) {
+    std::vector<std::string> missing;
+    int parent = openDeepestExisting(path, missing);
+    for (auto name = missing.rbegin(); name != missing.rend(); ++name) {
+        const mode_t mode = name + 1 == missing.rend() ? kPrivateFolderMode : kParentFolderMode;
+        // A name that appeared meanwhile is entered as a folder of its own, never as a link.
+        const bool made = mkdirat(parent, name->c_str(), mode) == 0 || errno == EEXIST;
+        const int child =
+            made ? openat(parent, name->c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
+                 : -1;
+        const int error = errno;
+        close(parent);
+        if (child == -1) {
+            errno = error;
+            throwSystemError("cannot make folder " + *name + " of " + path);
+        }
+        parent = child;
+    }
+    close(parent);
+}
+
+int openPrivateFolder(const std::string& path) {
+    const int folder = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    return keptIf(folder, [](const struct stat& status) {
+        return S_ISDIR(status.st_mode) && status.st_uid == geteuid() &&
+               (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+    });
+}
+
+int openPrivateFileToAppend(int folder, const std::string& name) {
+    // Nonblocking, so that a FIFO or a device in the file's place never holds the open.
+    const int file =
+        openat(folder, name.c_str(),
+               O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC,
+               kPrivateFileMode);
+    return keptIf(file, [](const struct stat& status) {
+        return S_ISREG(status.st_mode) && status.st_uid == geteuid();
+    });
+}
+
+int64_t lastWriteNanoseconds(const struct stat& status) {
+#if defined(__APPLE__)
+    const timespec& written = status.st_mtimespec;
+#else
+    const timespec& written = status.st_mtim;
+#endif
+    return static_cast<int64_t>(written.tv_sec) * 1000000000 + written.tv_nsec;
 }
 
 void Sleep(int milliseconds) {

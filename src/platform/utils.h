@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/un.h>
 #include <array>
@@ -29,6 +30,23 @@ bool isTrustedListener(uid_t listener);
 
 // The folder of the host's log files under the home folder; "/" when there is no home.
 std::string getLogsDir();
+
+// Creates the folder with mode 0700 and its missing parents with the umask's usual mode, entering
+// each folder it makes without following a link; an existing folder is left as it is. Throws
+// std::system_error when a folder can be neither found nor made.
+void createPrivateFolder(const std::string& path);
+
+// Opens the folder without following a link at it: -1 unless it is a folder that the effective
+// user owns and no one else can write. Never throws.
+int openPrivateFolder(const std::string& path);
+
+// Opens the named file of that folder to append and read, creating it with mode 0600, without
+// following a link and without waiting on a FIFO or a device: -1 unless it is a regular file
+// that the effective user owns. Never throws.
+int openPrivateFileToAppend(int folder, const std::string& name);
+
+// When the file was last written, in nanoseconds since the epoch.
+int64_t lastWriteNanoseconds(const struct stat& status);
 
 // Sleeps for the given milliseconds; the microsecond count is formed in 32 bits and wraps.
 void Sleep(int milliseconds);

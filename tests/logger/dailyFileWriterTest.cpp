@@ -1,5 +1,8 @@
 #include "logger/dailyFileWriter.h"
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 #include <iterator>
@@ -27,8 +30,9 @@ std::string readFile(const fs::path& path) {
 class DailyFileWriterTest : public testing::Test {
   protected:
     std::unique_ptr<DailyFileWriter> makeWriter(std::size_t maxLogFiles = 100,
-                                                long deleteInterval = kNeverDue) {
-        return std::make_unique<DailyFileWriter>(logDir.wstring(), maxLogFiles, kMaxFileSize,
+                                                long deleteInterval = kNeverDue,
+                                                std::size_t maxFileSize = kMaxFileSize) {
+        return std::make_unique<DailyFileWriter>(logDir.wstring(), maxLogFiles, maxFileSize,
                                                  deleteInterval, L"messagehost_");
     }
 
@@ -63,8 +67,9 @@ TEST_F(DailyFileWriterTest, LinesGoToTodaysNewestFileUntilItHoldsMaxFileSizeByte
     makeFile(logDir / "messagehost_2001_01_01_3.log", kMaxFileSize, 100);  // an earlier day
     ASSERT_TRUE(landsIn(*writer, "first", todays("")));
 
-    makeFile(todays(""), kMaxFileSize - 1, 0);
+    makeFile(todays(""), kMaxFileSize - 1, 0);  // ends inside a line, as a killed host leaves it
     ASSERT_TRUE(landsIn(*writer, "one byte short", todays("")));
+    EXPECT_EQ(readFile(todays("")), std::string(kMaxFileSize - 1, 'x') + "\none byte short\n");
     makeFile(todays(""), kMaxFileSize, 0);
     ASSERT_TRUE(landsIn(*writer, "full", todays("_1")));
 
@@ -115,4 +120,79 @@ TEST_F(DailyFileWriterTest, RetentionBeforeEachDueLineKeepsTheTenNewestLogFilesO
     makeFile(otherPrefix, 1, 1);
     EXPECT_TRUE(landsIn(*patient, "more", todays("")));
     EXPECT_TRUE(fs::exists(otherPrefix)) << "a pass before its interval";
+}
+
+// Writers of their own, each on its own worker, stand for hosts that log at once.
+TEST_F(DailyFileWriterTest, LinesOfWritersLoggingAtOnceStayWhole) {
+    constexpr int kWriters = 3;
+    constexpr int kLines = 1000;  // lines written apart mix in about one in twenty
+    std::vector<std::unique_ptr<DailyFileWriter>> writers;
+    std::vector<std::string> lines;
+    for (int w = 0; w < kWriters; ++w) {
+        writers.push_back(makeWriter(100, kNeverDue, 1u << 30));
+        lines.push_back(std::string(2000, static_cast<char>('a' + w)));
+    }
+    for (int n = 0; n < kLines; ++n) {
+        for (int w = 0; w < kWriters; ++w) {
+            writers[w]->Update(lines[w]);
+        }
+    }
+    for (auto& writer : writers) {
+        writer->Flush();
+    }
+    std::ifstream file(todays(""));
+    std::vector<int> whole(kWriters);
+    int malformed = 0;
+    for (std::string line; std::getline(file, line);) {
+        const auto writer = std::find(lines.begin(), lines.end(), line);
+        writer == lines.end() ? ++malformed : ++whole[writer - lines.begin()];
+    }
+    EXPECT_EQ(malformed, 0);
+    EXPECT_EQ(whole, std::vector<int>(kWriters, kLines));
+}
+
+// A link in the folder's or the file's place, or a folder that others may write, gets no line,
+// and retention removes nothing through a link.
+TEST_F(DailyFileWriterTest, LinkedOrSharedFolderAndLinkedFileGetNothing) {
+    const fs::path elsewhere = folder.path() / "elsewhere";
+    for (int day = 10; day < 22; ++day) {
+        makeFile(elsewhere / ("messagehost_2024_03_" + std::to_string(day) + ".log"), 1, day);
+    }
+    fs::create_directories(logDir.parent_path());
+    fs::create_directory_symlink(elsewhere, logDir);
+    makeWriter(10, 0)->Update("through a linked folder");  // destroyed once the line is handled
+    EXPECT_EQ(std::distance(fs::directory_iterator(elsewhere), fs::directory_iterator()), 12);
+
+    fs::remove(logDir);
+    fs::create_directory(logDir);
+    fs::permissions(logDir, fs::perms::all);
+    makeWriter()->Update("into a folder that others may write");
+    EXPECT_FALSE(fs::exists(todays("")));
+
+    fs::permissions(logDir, fs::perms::owner_all);
+    const fs::path target = elsewhere / "messagehost_2024_03_10.log";
+    fs::create_symlink(target, todays(""));
+    makeWriter()->Update("through a linked file");
+    EXPECT_EQ(readFile(target), "x");
+    EXPECT_TRUE(fs::is_symlink(todays("")));
+}
+
+// Only root can give a folder or a file to another user.
+TEST_F(DailyFileWriterTest, FolderOrFileOfAnotherUserGetsNothingAsRoot) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can plant a file of another user; this test is skipped";
+    }
+    constexpr uid_t kOtherUser = 65534;
+    fs::create_directories(logDir);
+    fs::permissions(logDir, fs::perms::owner_all);
+    ASSERT_EQ(chown(logDir.c_str(), kOtherUser, kOtherUser), 0);
+    makeWriter()->Update("into another user's folder");
+    EXPECT_FALSE(fs::exists(todays("")));
+
+    ASSERT_EQ(chown(logDir.c_str(), 0, 0), 0);
+    makeFile(todays(""), 1, 0);
+    fs::permissions(todays(""), fs::perms::all);
+    ASSERT_EQ(chown(todays("").c_str(), kOtherUser, kOtherUser), 0);
+    makeWriter()->Update("into another user's file");
+    EXPECT_EQ(readFile(todays("")), "x");
 }
