@@ -140,8 +140,8 @@ bool nestsDeeperThan(const std::string& text, int limit) {
     return false;
 }
 
-// The parser's message without its "[json.exception.parse_error.101] " tag.
-std::string parseErrorText(const json::parse_error& error) {
+// The parser's message without its tag, such as "[json.exception.parse_error.101] ".
+std::string parseErrorText(const json::exception& error) {
     const std::string text = error.what();
     const std::size_t tagEnd = text.find("] ");
     return tagEnd == std::string::npos ? text : text.substr(tagEnd + 2);
@@ -178,7 +178,7 @@ Manifest::Verdict Manifest::judge(const std::string& text, Family family) {
     json manifest;
     try {
         manifest = json::parse(text);
-    } catch (const json::parse_error& error) {
+    } catch (const json::exception& error) {  // a parse error, or a number out of range
         verdict.problems.push_back("it is not valid JSON: " + parseErrorText(error));
         return verdict;
     }

@@ -71,6 +71,8 @@ TEST(ManifestTest, EveryWayAManifestBreaksIsNamedInItsVerdict) {
         {sound.substr(0, sound.size() - 1), {}},                               // the closing brace
         {chromeManifest(host, ",\n"), {}},                                     // a trailing comma
         {R"({"name": "com.quorvel.nativemessagehost" "type": "stdio"})", {}},  // a comma
+        {chromeManifest(host, R"(, "x": 1E400)"),
+         {"it is not valid JSON: number overflow parsing '1E400'"}},
         {"[" + sound + "]", {"it is not a JSON object"}},
         {R"({"name": "com.quorvel.nativemessagehost"})",
          {"it has no \"type\"", "it has no \"description\"", "it has no \"path\"",
