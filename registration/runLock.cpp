@@ -6,7 +6,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <thread>
 
 namespace {
@@ -26,17 +25,14 @@ bool RunLock::acquire(std::string& error) {
     descriptor = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
     while (descriptor >= 0 && flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
-        const bool held = errno == EWOULDBLOCK || errno == EINTR;
-        if (!held || std::chrono::steady_clock::now() > deadline) {
-            error = held ? "another process has held the tool's lock (on /) for 30 seconds"
-                         : "cannot lock /: " + std::string(std::strerror(errno));
+        if (errno != EWOULDBLOCK && errno != EINTR) {
+            return true;  // no lock to be had: the runs still converge, only not in turn
+        }
+        if (std::chrono::steady_clock::now() > deadline) {
+            error = "another process has held the tool's lock (on /) for 30 seconds";
             return false;
         }
         std::this_thread::sleep_for(kRetryInterval);
-    }
-    if (descriptor < 0) {
-        error = "cannot open / to lock it: " + std::string(std::strerror(errno));
-        return false;
     }
     return true;
 }
