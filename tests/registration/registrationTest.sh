@@ -201,18 +201,24 @@ if ln -s "$host" "$work/"$'\377' 2>/dev/null; then
 fi
 
 # Runs at once serialise: every one of ten concurrent installs succeeds, and uninstall after them
-# leaves nothing, burst after burst.
+# leaves nothing, burst after burst. The ten wait at a gate, a FIFO held open for reading and
+# writing here, and start together when it gets a line for each.
+gate="$work/gate"
+mkfifo "$gate"
+exec 3<>"$gate"
 for burst in 1 2 3; do
     pids=()
     for run in 1 2 3 4 5 6 7 8 9 10; do
-        tool install --all --executable "$host" "${ids[@]}" >"$work/run$run" 2>&1 &
+        { read -r _ <"$gate" && tool install --all --executable "$host" "${ids[@]}"; } >"$work/run$run" 2>&1 &
         pids+=($!)
     done
+    printf 'go\n%.0s' 1 2 3 4 5 6 7 8 9 10 >&3
     for run in 1 2 3 4 5 6 7 8 9 10; do
         wait "${pids[$((run - 1))]}" || fail "concurrent install $run of burst $burst: $(cat "$work/run$run")"
     done
     uninstall_leaves_nothing
 done
+exec 3>&-
 
 # Without a browser in use, install writes nothing and says what to do.
 mv "$HOME" "$work/away" && mkdir "$HOME"
