@@ -90,6 +90,8 @@ void checkExecutable(const CommandLine& line) {
     require(std::none_of(line.executable.begin(), line.executable.end(),
                          [](unsigned char c) { return c < 0x20 || c == 0x7f; }),
             "the executable path contains a control character");
+    require(Manifest::canHold(line.executable),
+            "the executable path is not valid UTF-8, which a manifest cannot hold");
     require(
         line.action != CommandLine::Action::Install || access(line.executable.c_str(), X_OK) == 0,
         "no executable file at " + line.executable);

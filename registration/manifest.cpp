@@ -11,10 +11,14 @@
 
 #include <nlohmann/json.hpp>
 
+#include "boundedFile.h"
+
 using nlohmann::json;
 
 const char* const Manifest::kHostName = "com.quorvel.nativemessagehost";
 const char* const Manifest::kFileName = "com.quorvel.nativemessagehost.json";
+const std::size_t Manifest::kMaxSize = 1024 * 1024;
+const int Manifest::kMaxDepth = 200;
 
 namespace {
 
@@ -116,8 +120,28 @@ void judgeIds(const json& manifest, Family family, Manifest::Verdict& verdict) {
     }
 }
 
-// The parser's message without its "[json.exception.parse_error.101] " tag.
-std::string parseErrorText(const json::parse_error& error) {
+// Whether arrays and objects in JSON text nest deeper than the limit: exact for text that parses.
+bool nestsDeeperThan(const std::string& text, int limit) {
+    int depth = 0;
+    bool inString = false;
+    bool escaped = false;
+    for (const char c : text) {
+        if (inString) {
+            inString = escaped || c != '"';
+            escaped = !escaped && c == '\\';
+            continue;
+        }
+        inString = c == '"';
+        depth += c == '[' || c == '{' ? 1 : c == ']' || c == '}' ? -1 : 0;
+        if (depth > limit) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The parser's message without its tag, such as "[json.exception.parse_error.101] ".
+std::string parseErrorText(const json::exception& error) {
     const std::string text = error.what();
     const std::size_t tagEnd = text.find("] ");
     return tagEnd == std::string::npos ? text : text.substr(tagEnd + 2);
@@ -146,10 +170,15 @@ std::string Manifest::compose(Family family, const std::string& executable,
 
 Manifest::Verdict Manifest::judge(const std::string& text, Family family) {
     Verdict verdict;
+    if (nestsDeeperThan(text, kMaxDepth)) {
+        verdict.problems.push_back("it nests arrays and objects more than " +
+                                   std::to_string(kMaxDepth) + " levels deep: not read further");
+        return verdict;
+    }
     json manifest;
     try {
         manifest = json::parse(text);
-    } catch (const json::parse_error& error) {
+    } catch (const json::exception& error) {  // a parse error, or a number out of range
         verdict.problems.push_back("it is not valid JSON: " + parseErrorText(error));
         return verdict;
     }
@@ -163,40 +192,43 @@ Manifest::Verdict Manifest::judge(const std::string& text, Family family) {
     return verdict;
 }
 
-std::string Manifest::read(const std::string& file, std::string& error) {
-    const int descriptor = open(file.c_str(), O_RDONLY);
-    std::string text;
-    char buffer[4096];
-    ssize_t count = 0;
-    while (descriptor >= 0 && (count = ::read(descriptor, buffer, sizeof(buffer))) > 0) {
-        text.append(buffer, static_cast<std::size_t>(count));
-    }
-    if (descriptor < 0 || count < 0) {
-        error = std::strerror(errno);
-    }
-    if (descriptor >= 0) {
-        close(descriptor);
-    }
-    return text;
+std::string Manifest::read(const std::string& file, std::string& problem) {
+    return readIn(AT_FDCWD, file, problem);
+}
+
+std::string Manifest::readIn(int folder, const std::string& name, std::string& problem) {
+    return BoundedFile::read(folder, name, kMaxSize, problem);
 }
 
 Manifest::Verdict Manifest::judgeFile(const std::string& file, Family family) {
-    std::string error;
-    const std::string text = read(file, error);
-    if (!error.empty()) {
+    std::string problem;
+    const std::string text = read(file, problem);
+    if (!problem.empty()) {
         Verdict verdict;
-        verdict.problems.push_back("this user cannot read it: " + error);
+        verdict.problems.push_back(problem);
         return verdict;
     }
     return judge(text, family);
 }
 
 std::string Manifest::registeredPath(const std::string& text) {
+    if (nestsDeeperThan(text, kMaxDepth)) {
+        return "";
+    }
     const json manifest = json::parse(text, nullptr, false);
     if (!manifest.is_object() || !manifest.contains("path") || !manifest["path"].is_string()) {
         return "";
     }
     return manifest["path"].get<std::string>();
+}
+
+bool Manifest::canHold(const std::string& text) {
+    try {
+        static_cast<void>(json(text).dump());
+        return true;
+    } catch (const json::type_error&) {
+        return false;
+    }
 }
 
 bool Manifest::isChromeId(const std::string& id) {

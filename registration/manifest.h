@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,10 @@ class Manifest {
   public:
     static const char* const kHostName;  // "com.quorvel.nativemessagehost"
     static const char* const kFileName;  // the host name + ".json"
+    // Far above a manifest's few hundred bytes: a larger file is judged by its size, not read.
+    static const std::size_t kMaxSize;
+    // Chromium's JSON reader refuses deeper nesting (base/json/json_reader.cc, kStackMaxDepth).
+    static const int kMaxDepth;
 
     // Where the manifest lies in a browser's manifest folder.
     static std::string fileIn(const std::string& folder);
@@ -28,17 +33,24 @@ class Manifest {
     static std::string compose(Family family, const std::string& executable,
                                const std::vector<std::string>& ids);
 
-    // Judges manifest text as a browser of the family would; never throws.
+    // Judges manifest text as a browser of the family would; never throws. Text nested deeper
+    // than kMaxDepth is judged by that alone.
     static Verdict judge(const std::string& text, Family family);
 
     // Judges the file as this user's browser would read it: unreadable is broken too.
     static Verdict judgeFile(const std::string& file, Family family);
 
-    // The file's text; "" with error set to the reason when this user cannot read it.
-    static std::string read(const std::string& file, std::string& error);
+    // The file's text; "" with problem set, a phrase, when it is not read: this user cannot read
+    // it, it is no regular file, or it is larger than kMaxSize. Never waits.
+    static std::string read(const std::string& file, std::string& problem);
+    // The same for the file of that name in a folder held open.
+    static std::string readIn(int folder, const std::string& name, std::string& problem);
 
     // The executable that manifest text registers: its parsed path, or "" when it names none.
     static std::string registeredPath(const std::string& text);
+
+    // Whether a manifest can hold the text: JSON holds only valid UTF-8.
+    static bool canHold(const std::string& text);
 
     static bool isChromeId(const std::string& id);
     static bool isFirefoxId(const std::string& id);

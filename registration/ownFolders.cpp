@@ -1,17 +1,15 @@
 #include "ownFolders.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
+#include <climits>
+#include <cstdlib>
 #include <cstring>
-#include <filesystem>
+#include <sstream>
 #include <vector>
 
 #include "manifest.h"
-
-namespace fs = std::filesystem;
 
 const char* const OwnFolders::kRecordName = ".com.quorvel.nativemessagehost.created";
 
@@ -20,86 +18,151 @@ namespace {
 constexpr mode_t kFolderMode = 0755;
 constexpr mode_t kRecordMode = 0644;
 
-bool isRecorded(const fs::path& folder) {
-    std::error_code ignored;
-    return fs::is_regular_file(fs::symlink_status(folder / OwnFolders::kRecordName, ignored));
+bool isRecorded(const NoFollowFolder& folder) {
+    struct stat status {};
+    return folder.statusOf(OwnFolders::kRecordName, status) && S_ISREG(status.st_mode);
 }
 
-bool holdsOnlyItsRecord(const fs::path& folder) {
-    std::error_code error;
-    for (const auto& entry : fs::directory_iterator(folder, error)) {
-        if (entry.path().filename() != OwnFolders::kRecordName) {
+bool holdsOnly(const NoFollowFolder& folder, bool subfoldersOfOurs);
+
+bool isOurs(const NoFollowFolder& folder, const std::string& name) {
+    if (name == OwnFolders::kRecordName || name == Manifest::kFileName) {
+        return true;
+    }
+    const NoFollowFolder child = folder.child(name);
+    return child.isOpen() && holdsOnly(child, true);
+}
+
+// Whether the folder is recorded and holds its record alone, or with subfoldersOfOurs, also a
+// manifest and folders that hold only ours.
+bool holdsOnly(const NoFollowFolder& folder, bool subfoldersOfOurs) {
+    if (!isRecorded(folder)) {
+        return false;
+    }
+    bool complete = true;
+    for (const std::string& name : folder.entries(complete)) {
+        if (subfoldersOfOurs ? !isOurs(folder, name) : name != OwnFolders::kRecordName) {
             return false;
         }
     }
-    return !error;
+    return complete;
 }
 
-// Makes one folder and its record; false with errno set on failure.
-bool makeRecordedFolder(const fs::path& folder, bool forAllUsers) {
-    if (mkdir(folder.c_str(), kFolderMode) != 0 ||
-        (forAllUsers && chmod(folder.c_str(), kFolderMode) != 0)) {
-        return false;
+// Makes the folder in the parent, records it and opens it. One that another run made meanwhile
+// is opened but not recorded: it is not this run's.
+NoFollowFolder makeRecordedFolder(const NoFollowFolder& parent, const std::string& name,
+                                  bool forAllUsers) {
+    if (!parent.makeFolder(name, kFolderMode)) {
+        return errno == EEXIST ? parent.child(name) : NoFollowFolder();
     }
-    const int record =
-        open((folder / OwnFolders::kRecordName).c_str(), O_WRONLY | O_CREAT | O_TRUNC, kRecordMode);
-    if (record < 0) {
-        return false;
+    NoFollowFolder made = parent.child(name);
+    if (!made.isOpen() || (forAllUsers && !made.setMode(kFolderMode)) ||
+        !made.createFile(OwnFolders::kRecordName, "", kRecordMode)) {
+        return NoFollowFolder();
     }
-    const bool done = !forAllUsers || fchmod(record, kRecordMode) == 0;
-    close(record);
-    return done;
+    return made;
+}
+
+// Why the folder of that name in the parent could not be opened or made.
+std::string failure(const NoFollowFolder& parent, const std::string& name, const std::string& path,
+                    bool isTarget) {
+    const int cause = errno;
+    struct stat status {};
+    const bool exists = parent.statusOf(name, status);
+    const std::string what = isTarget ? "it is" : path + " is";
+    if (exists && S_ISLNK(status.st_mode)) {
+        return what + " a symbolic link, which the tool does not follow";
+    }
+    if (exists && !S_ISDIR(status.st_mode)) {
+        return what + " not a folder";
+    }
+    return std::strerror(cause) + (isTarget ? "" : " (making " + path + ")");
+}
+
+std::string joined(const std::string& root, const std::vector<std::string>& names,
+                   std::size_t count) {
+    std::string path = root;
+    for (std::size_t index = 0; index < count; ++index) {
+        path += "/" + names[index];
+    }
+    return path.empty() ? "/" : path;
+}
+
+std::string whyOthersCanChange(const struct stat& status) {
+    if (status.st_uid != 0) {
+        return "owned by user id " + std::to_string(status.st_uid);
+    }
+    const bool writable = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    if (writable && (status.st_mode & S_ISVTX) == 0) {
+        std::ostringstream mode;
+        mode << "mode 0" << std::oct << (status.st_mode & 07777);
+        return mode.str();
+    }
+    return "";
 }
 
 }  // namespace
 
-bool OwnFolders::create(const std::string& folder, bool forAllUsers, std::string& error) {
-    std::vector<fs::path> missing;
-    std::error_code ignored;
-    for (fs::path path = folder; !fs::exists(fs::symlink_status(path, ignored));
-         path = path.parent_path()) {
-        missing.push_back(path);
+NoFollowFolder OwnFolders::create(const std::string& root, const std::string& folder,
+                                  bool forAllUsers, std::string& error) {
+    const std::vector<std::string> names = NoFollowFolder::namesBelow(root, folder);
+    NoFollowFolder current = NoFollowFolder::open(root);
+    if (!current.isOpen()) {
+        error = std::strerror(errno) + std::string(" (opening ") + joined(root, names, 0) + ")";
+        return current;
     }
-    for (auto path = missing.rbegin(); path != missing.rend(); ++path) {
-        if (!makeRecordedFolder(*path, forAllUsers)) {
-            error = std::strerror(errno);
-            error += *path == folder ? "" : " (making " + path->string() + ")";
-            return false;
+    for (std::size_t depth = 0; depth < names.size(); ++depth) {
+        NoFollowFolder next = current.child(names[depth]);
+        if (!next.isOpen() && errno == ENOENT) {
+            next = makeRecordedFolder(current, names[depth], forAllUsers);
         }
+        if (!next.isOpen()) {
+            error = failure(current, names[depth], joined(root, names, depth + 1),
+                            depth + 1 == names.size());
+            return next;
+        }
+        current = std::move(next);
     }
-    if (!fs::is_directory(folder, ignored)) {
-        error = "it is not a folder";
-        return false;
-    }
-    return true;
+    return current;
 }
 
 bool OwnFolders::holdsOnlyOurs(const std::string& folder) {
-    if (!isRecorded(folder)) {
-        return false;
-    }
-    std::error_code error;
-    for (const auto& entry : fs::directory_iterator(folder, error)) {
-        const std::string name = entry.path().filename().string();
-        const bool ours = name == kRecordName || name == Manifest::kFileName ||
-                          (entry.is_directory(error) && !entry.is_symlink(error) &&
-                           holdsOnlyOurs(entry.path().string()));
-        if (!ours) {
-            return false;
-        }
-    }
-    return !error;
+    return holdsOnly(NoFollowFolder::open(folder), true);
 }
 
-void OwnFolders::release(const std::string& folder) {
-    for (fs::path path = folder; isRecorded(path); path = path.parent_path()) {
-        if (holdsOnlyItsRecord(path)) {
-            unlink((path / kRecordName).c_str());
-            rmdir(path.c_str());
-        } else if (holdsOnlyOurs(path.string())) {
+void OwnFolders::release(const std::string& root, const std::string& folder) {
+    const std::vector<std::string> names = NoFollowFolder::namesBelow(root, folder);
+    const std::vector<NoFollowFolder> chain = NoFollowFolder::openChain(root, names);
+    for (std::size_t depth = chain.size() - 1; depth > 0 && isRecorded(chain[depth]); --depth) {
+        const NoFollowFolder& here = chain[depth];
+        if (holdsOnly(here, false)) {
+            here.removeFile(kRecordName);
+            chain[depth - 1].removeFolder(names[depth - 1]);
+        } else if (holdsOnly(here, true)) {
             return;
         } else {
-            unlink((path / kRecordName).c_str());
+            here.removeFile(kRecordName);
         }
     }
+}
+
+std::string OwnFolders::changeableByOthers(const std::string& root, const std::string& folder) {
+    char real[PATH_MAX];
+    if (realpath(root.empty() ? "/" : root.c_str(), real) == nullptr) {
+        return "";  // nothing to write into: the write itself will say so
+    }
+    // The root's own folders as they really are, then those below it as far as they exist.
+    std::vector<std::string> names = NoFollowFolder::namesBelow("", real);
+    for (const std::string& name : NoFollowFolder::namesBelow(root, folder)) {
+        names.push_back(name);
+    }
+    const std::vector<NoFollowFolder> chain = NoFollowFolder::openChain("", names);
+    for (std::size_t depth = 0; depth < chain.size(); ++depth) {
+        struct stat status {};
+        const std::string why = chain[depth].status(status) ? whyOthersCanChange(status) : "";
+        if (!why.empty()) {
+            return joined("", names, depth) + " (" + why + ")";
+        }
+    }
+    return "";
 }

@@ -1,6 +1,5 @@
 #include "registrar.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,43 +10,11 @@
 #include "manifest.h"
 #include "ownFolders.h"
 #include "presence.h"
+#include "runLock.h"
 
 namespace {
 
 constexpr mode_t kManifestMode = 0644;
-
-bool writeAll(int descriptor, const std::string& text) {
-    std::size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t count = ::write(descriptor, text.data() + done, text.size() - done);
-        if (count < 0 && errno != EINTR) {
-            return false;
-        }
-        done += count > 0 ? static_cast<std::size_t>(count) : 0;
-    }
-    return true;
-}
-
-// Writes the text to a temporary file in the folder and renames it to the manifest, so that a
-// browser reads either the old manifest or the new one, never part of one. Any umask: 0644.
-bool replaceManifest(const std::string& folder, const std::string& text, std::string& error) {
-    std::string temporary = folder + "/." + Manifest::kFileName + ".XXXXXX";
-    const int descriptor = mkstemp(temporary.data());
-    if (descriptor < 0) {
-        error = std::strerror(errno);
-        return false;
-    }
-    const bool written = writeAll(descriptor, text) && fchmod(descriptor, kManifestMode) == 0 &&
-                         fsync(descriptor) == 0;
-    const int writeErrno = errno;
-    const bool closed = close(descriptor) == 0;
-    if (written && closed && rename(temporary.c_str(), Manifest::fileIn(folder).c_str()) == 0) {
-        return true;
-    }
-    error = std::strerror(written && closed ? errno : writeErrno);
-    unlink(temporary.c_str());
-    return false;
-}
 
 bool samePath(const std::string& a, const std::string& b) {
     namespace fs = std::filesystem;
@@ -59,16 +26,57 @@ bool samePath(const std::string& a, const std::string& b) {
 Registrar::Registrar(const CommandLine& line, std::ostream& out, std::ostream& err)
     : line(line), out(out), err(err) {}
 
-void Registrar::write(const std::string& name, const std::string& folder, Family family) {
+bool Registrar::lock(RunLock& runLock) {
     std::string error;
-    if (OwnFolders::create(folder, line.system, error) &&
-        replaceManifest(folder, Manifest::compose(family, line.executable, line.ids(family)),
-                        error)) {
+    if (!runLock.acquire(error)) {
+        err << "Nothing done: " << error << "\n";
+        return false;
+    }
+    return true;
+}
+
+bool Registrar::foldersAreSafe() {
+    if (geteuid() != 0 || (line.folder.empty() && !line.system)) {
+        return true;
+    }
+    std::vector<std::pair<std::string, std::string>> folders;  // root and folder
+    if (!line.folder.empty()) {
+        folders.emplace_back("", line.folder);
+    } else {
+        for (const Browser& browser : browserTable(line.platform)) {
+            for (const std::string& folder : browser.systemFolders) {
+                folders.emplace_back(line.root, line.root + folder);
+            }
+        }
+    }
+    for (const auto& [root, folder] : folders) {
+        const std::string changeable = OwnFolders::changeableByOthers(root, folder);
+        if (!changeable.empty()) {
+            err << "Nothing done: " << changeable
+                << " can be changed by a user other than root, who could redirect root's writes "
+                   "below it.\n";
+            return false;
+        }
+    }
+    return true;
+}
+
+void Registrar::write(const std::string& name, const std::string& root, const std::string& folder,
+                      Family family) {
+    std::string error;
+    const NoFollowFolder target = OwnFolders::create(root, folder, line.system, error);
+    if (target.isOpen() &&
+        target.replaceFile(Manifest::kFileName,
+                           Manifest::compose(family, line.executable, line.ids(family)),
+                           kManifestMode)) {
         out << name << ": wrote " << Manifest::fileIn(folder) << "\n";
         ++written;
         return;
     }
-    OwnFolders::release(folder);
+    if (error.empty()) {
+        error = std::strerror(errno);
+    }
+    OwnFolders::release(root, folder);
     err << name << ": cannot write " << folder << ": " << error << "\n";
     failed = true;
 }
@@ -76,7 +84,7 @@ void Registrar::write(const std::string& name, const std::string& folder, Family
 void Registrar::installForUser(const Browser& browser) {
     const Presence presence = Presence::of(browser, line.home);
     if (presence.kind == Presence::Kind::InUse || line.all) {
-        write(browser.name, line.home + "/" + browser.userFolder, browser.family);
+        write(browser.name, line.home, line.home + "/" + browser.userFolder, browser.family);
     } else if (presence.kind == Presence::Kind::Sandboxed) {
         out << browser.name << ": skipped, " << presence.note << "\n";
     } else {
@@ -90,13 +98,17 @@ void Registrar::installForSystem(const Browser& browser) {
         out << browser.name << ": reads the system folder of a browser above\n";
     }
     for (const std::string& folder : browser.systemFolders) {
-        write(browser.name, line.root + folder, browser.family);
+        write(browser.name, line.root, line.root + folder, browser.family);
     }
 }
 
 int Registrar::install() {
+    RunLock runLock;
+    if (!lock(runLock) || !foldersAreSafe()) {
+        return 1;
+    }
     if (!line.folder.empty()) {
-        write(line.folder, line.folder, *line.folderFamily);
+        write(line.folder, "", line.folder, *line.folderFamily);
         return failed ? 1 : 0;
     }
     for (const Browser& browser : browserTable(line.platform)) {
@@ -120,22 +132,27 @@ int Registrar::install() {
     return failed || written == 0 ? 1 : 0;
 }
 
-void Registrar::remove(const std::string& name, const std::string& folder) {
+void Registrar::remove(const std::string& name, const std::string& root,
+                       const std::string& folder) {
     const std::string file = Manifest::fileIn(folder);
-    std::error_code ignored;
-    if (std::filesystem::exists(std::filesystem::symlink_status(file, ignored))) {
-        std::string error;
-        const std::string registered = Manifest::registeredPath(Manifest::read(file, error));
+    const std::vector<std::string> names = NoFollowFolder::namesBelow(root, folder);
+    const std::vector<NoFollowFolder> chain = NoFollowFolder::openChain(root, names);
+    const NoFollowFolder& here = chain.back();
+    struct stat status {};
+    if (chain.size() == names.size() + 1 && here.statusOf(Manifest::kFileName, status)) {
+        std::string problem;
+        const std::string registered =
+            Manifest::registeredPath(Manifest::readIn(here.fd(), Manifest::kFileName, problem));
         if (!samePath(registered, line.executable)) {
             out << name << ": left " << file << ", "
-                << (!error.empty() ? "this user cannot read it: " + error
+                << (!problem.empty() ? problem
                     : registered.empty()
                         ? std::string("it names no executable (not a JSON object with a path)")
                         : "it registers another executable (" + registered + ")")
                 << "\n";
             return;
         }
-        if (unlink(file.c_str()) != 0) {
+        if (!here.removeFile(Manifest::kFileName)) {
             err << name << ": cannot remove " << file << ": " << std::strerror(errno) << "\n";
             failed = true;
             return;
@@ -143,20 +160,24 @@ void Registrar::remove(const std::string& name, const std::string& folder) {
         out << name << ": removed " << file << "\n";
         ++removed;
     }
-    OwnFolders::release(folder);
+    OwnFolders::release(root, folder);
 }
 
 int Registrar::uninstall() {
+    RunLock runLock;
+    if (!lock(runLock) || !foldersAreSafe()) {
+        return 1;
+    }
     if (!line.folder.empty()) {
-        remove(line.folder, line.folder);
+        remove(line.folder, "", line.folder);
     } else {
         for (const Browser& browser : browserTable(line.platform)) {
             if (!line.system) {
-                remove(browser.name, line.home + "/" + browser.userFolder);
+                remove(browser.name, line.home, line.home + "/" + browser.userFolder);
                 continue;
             }
             for (const std::string& folder : browser.systemFolders) {
-                remove(browser.name, line.root + folder);
+                remove(browser.name, line.root, line.root + folder);
             }
         }
     }

@@ -6,6 +6,8 @@
 #include "browserTable.h"
 #include "commandLine.h"
 
+class RunLock;
+
 // Writes and removes the host's manifests where the browsers of the command line's scope read
 // them (this user's folders, the system folders, or one folder), saying what it did per browser.
 class Registrar {
@@ -20,11 +22,18 @@ class Registrar {
     int uninstall();
 
   private:
-    // Writes the manifest of the family into the folder, whole or not at all.
-    void write(const std::string& name, const std::string& folder, Family family);
+    // Both say why not when they return false.
+    bool lock(RunLock& runLock);
+    // As root for all users: no folder on the way that another user could change, by which they
+    // could redirect the writes.
+    bool foldersAreSafe();
+    // Writes the manifest of the family into the folder below root ("" for "/"), whole or not at
+    // all, following no symbolic link below root.
+    void write(const std::string& name, const std::string& root, const std::string& folder,
+               Family family);
     void installForUser(const Browser& browser);
     void installForSystem(const Browser& browser);
-    void remove(const std::string& name, const std::string& folder);
+    void remove(const std::string& name, const std::string& root, const std::string& folder);
 
     const CommandLine& line;
     std::ostream& out;

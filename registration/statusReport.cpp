@@ -179,10 +179,13 @@ int StatusReport::run() {
             broken = broken || (manifest["found"] && !manifest["sound"]);
         }
     }
-    const json report = {{"browsers", browsers},
-                         {"manifestsFound", found},
-                         {"sound", found > 0 && !broken},
-                         {"agent", agentEntry()}};
+    const json draft = {{"browsers", browsers},
+                        {"manifestsFound", found},
+                        {"sound", found > 0 && !broken},
+                        {"agent", agentEntry()}};
+    // Paths and parse errors may hold bytes that are not UTF-8 (from $HOME or a manifest): both
+    // outputs show U+FFFD in their place.
+    const json report = json::parse(draft.dump(-1, ' ', false, json::error_handler_t::replace));
     if (line.json) {
         out << report.dump(2) << "\n";
     } else {

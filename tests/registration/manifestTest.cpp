@@ -74,6 +74,8 @@ TEST(ManifestTest, EveryWayAManifestBreaksIsNamedInItsVerdict) {
         {sound.substr(0, sound.size() - 1), {}},                               // the closing brace
         {chromeManifest(host, ",\n"), {}},                                     // a trailing comma
         {R"({"name": "com.quorvel.nativemessagehost" "type": "stdio"})", {}},  // a comma
+        {chromeManifest(host, R"(, "x": 1E400)"),
+         {"it is not valid JSON: number overflow parsing '1E400'"}},
         {"[" + sound + "]", {"it is not a JSON object"}},
         {R"({"name": "com.quorvel.nativemessagehost"})",
          {"it has no \"type\"", "it has no \"description\"", "it has no \"path\"",
@@ -84,6 +86,14 @@ TEST(ManifestTest, EveryWayAManifestBreaksIsNamedInItsVerdict) {
         {chromeManifest("relative/host"), {pathProblem + "relative/host'"}},
         {chromeManifest(notExecutable), {pathProblem + notExecutable + "'"}},
         {chromeManifest(dir.path().string()), {pathProblem + dir.path().string() + "'"}},
+        // As deep as Chromium reads, and as deep as the stack would not take.
+        {chromeManifest(host, R"(, "allowed_origins": [)" + std::string(198, '[') + "7" +
+                                  std::string(199, ']')),
+         {"its \"allowed_origins\" holds " + std::string(198, '[') + "7" + std::string(198, ']') +
+          ", which is not a string"}},
+        {chromeManifest(
+             host, R"(, "allowed_origins": [)" + std::string(80000, '[') + std::string(80001, ']')),
+         {"it nests arrays and objects more than 200 levels deep: not read further"}},
         {chromeManifest(host, R"(, "allowed_origins": [])"),
          {"it allows no extension in \"allowed_origins\""}},
         {chromeManifest(host, R"(, "allowed_origins": "chrome-extension://)" + kChromeId + "/\""),
@@ -116,22 +126,37 @@ TEST(ManifestTest, EveryWayAManifestBreaksIsNamedInItsVerdict) {
     EXPECT_EQ(firefox.problems.size(), 3u);
 }
 
-TEST(ManifestTest, FileThatCannotBeReadIsBrokenAndAnyLayoutNamesItsPath) {
+// None of them is opened for reading, or read whole: the run neither waits nor grows.
+TEST(ManifestTest, FileThatCannotBeReadIsBrokenWithoutWaitingAndAnyLayoutNamesItsPath) {
     TempDir dir;
-    const std::vector<std::string> missing =
-        Manifest::judgeFile((dir.path() / "none.json").string(), Family::Chrome).problems;
-    EXPECT_EQ(missing,
-              std::vector<std::string>({"this user cannot read it: No such file or directory"}));
-    EXPECT_EQ(Manifest::judgeFile(dir.path().string(), Family::Chrome).problems,
-              std::vector<std::string>({"this user cannot read it: Is a directory"}));
+    const std::string fifo = (dir.path() / "fifo").string();
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0644), 0);
+    const fs::path zero = dir.path() / "zero";
+    fs::create_symlink("/dev/zero", zero);
+    const fs::path large = dir.path() / "large";
+    std::ofstream(large) << "{";
+    fs::resize_file(large, Manifest::kMaxSize + 1);  // sparse: nothing is written
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"none.json", "this user cannot read it: No such file or directory"},
+        {"", "it is a folder, not a regular file"},
+        {"fifo", "it is a FIFO, not a regular file"},
+        {"zero", "it is a character device, not a regular file"},
+        {"large", "it is too large: 1048577 bytes, more than the 1048576 a manifest may have"},
+    };
+    for (const auto& [name, problem] : cases) {
+        EXPECT_EQ(Manifest::judgeFile((dir.path() / name).string(), Family::Chrome).problems,
+                  std::vector<std::string>({problem}));
+    }
 
     // Indented by a tool, keys in another order, an escaped slash: the same path.
     EXPECT_EQ(Manifest::registeredPath("{\n  \"allowed_origins\": [],\n  \"path\":\n"
                                        "    \"\\/opt\\/q\\u0020host\",\n  \"name\": \"x\"\n}"),
               "/opt/q host");
-    for (const char* unreadable :
-         {"{\"path\": \"/opt/host\"", "[\"/opt/host\"]", "{\"path\": 1}"}) {
-        EXPECT_EQ(Manifest::registeredPath(unreadable), "") << unreadable;
+    const std::string deep = std::string(80000, '[') + std::string(80000, ']');
+    for (const std::string& unreadable :
+         {std::string("{\"path\": \"/opt/host\""), std::string("[\"/opt/host\"]"),
+          std::string("{\"path\": 1}"), "{\"path\": \"/opt/host\", \"x\": " + deep + "}"}) {
+        EXPECT_EQ(Manifest::registeredPath(unreadable), "") << unreadable.substr(0, 40);
     }
 }
 

@@ -1,5 +1,10 @@
 #include "ownFolders.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -35,16 +40,17 @@ TEST(OwnFoldersTest, UninstallRemovesWhatTheToolMadeAndLeavesWhatABrowserAdded) 
     const fs::path google = dir.path() / "Google";
     const std::string chrome = (google / "Chrome/NativeMessagingHosts").string();
     const std::string beta = (google / "Chrome Beta/NativeMessagingHosts").string();
+    const std::string root = dir.path().string();
     std::string error;
-    ASSERT_TRUE(OwnFolders::create(chrome, false, error)) << error;
-    ASSERT_TRUE(OwnFolders::create(beta, false, error)) << error;
+    ASSERT_TRUE(OwnFolders::create(root, chrome, false, error).isOpen()) << error;
+    ASSERT_TRUE(OwnFolders::create(root, beta, false, error).isOpen()) << error;
     std::ofstream(chrome + "/com.quorvel.nativemessagehost.json") << "{}";
     EXPECT_TRUE(OwnFolders::holdsOnlyOurs((google / "Chrome").string()));
     EXPECT_TRUE(OwnFolders::holdsOnlyOurs(google.string()));
     EXPECT_FALSE(OwnFolders::holdsOnlyOurs(dir.path().string()));  // not made by the tool
 
     // Chrome Beta's go; Google stays, recorded, for Chrome's manifest.
-    OwnFolders::release(beta);
+    OwnFolders::release(root, beta);
     EXPECT_EQ(listing(dir.path()),
               "Google\nGoogle/.com.quorvel.nativemessagehost.created\nGoogle/Chrome\n"
               "Google/Chrome/.com.quorvel.nativemessagehost.created\n"
@@ -56,21 +62,77 @@ TEST(OwnFoldersTest, UninstallRemovesWhatTheToolMadeAndLeavesWhatABrowserAdded) 
     EXPECT_FALSE(OwnFolders::holdsOnlyOurs((google / "Chrome").string()));
     EXPECT_FALSE(OwnFolders::holdsOnlyOurs(google.string()));
     // With its manifest in place, Chrome's folder is kept for it.
-    OwnFolders::release(chrome);
+    OwnFolders::release(root, chrome);
     EXPECT_TRUE(fs::exists(fs::path(chrome) / OwnFolders::kRecordName));
     // Once it is gone, what Chrome made stays and is Chrome's: no record is left.
     fs::remove(chrome + "/com.quorvel.nativemessagehost.json");
-    OwnFolders::release(chrome);
+    OwnFolders::release(root, chrome);
     EXPECT_EQ(listing(dir.path()), "Google\nGoogle/Chrome\nGoogle/Chrome/Default\n");
 }
 
 // The system folders' modes under any umask are checked where the tool is run for real.
 TEST(OwnFoldersTest, FailureNamesTheFolderThatCouldNotBeMadeAndWhy) {
     TempDir dir;
+    const std::string root = dir.path().string();
     std::string error;
     std::ofstream(dir.path() / "file") << "";
-    EXPECT_FALSE(OwnFolders::create((dir.path() / "file").string(), false, error));
+    EXPECT_FALSE(OwnFolders::create(root, (dir.path() / "file").string(), false, error).isOpen());
     EXPECT_EQ(error, "it is not a folder");
-    EXPECT_FALSE(OwnFolders::create((dir.path() / "file/sub/folder").string(), false, error));
-    EXPECT_EQ(error, "Not a directory (making " + (dir.path() / "file/sub").string() + ")");
+    EXPECT_FALSE(
+        OwnFolders::create(root, (dir.path() / "file/sub/folder").string(), false, error).isOpen());
+    EXPECT_EQ(error, (dir.path() / "file").string() + " is not a folder");
+}
+
+// A link planted before the run, in place of a folder on the way or of the folder itself:
+// nothing is made, changed or removed where it leads.
+TEST(OwnFoldersTest, LinksBelowTheRootAreNeverFollowed) {
+    TempDir dir;
+    const fs::path root = dir.path() / "root";
+    const fs::path outside = dir.path() / "outside";
+    fs::create_directories(root / "etc/opt/chrome");
+    fs::create_directories(outside / "native-messaging-hosts");
+    std::ofstream(outside / "native-messaging-hosts" / OwnFolders::kRecordName) << "";
+    chmod(outside.c_str(), 0700);
+    fs::create_directory_symlink(outside, root / "usr");
+    fs::create_directory_symlink(outside, root / "etc/opt/chrome/native-messaging-hosts");
+    const std::string before = listing(dir.path());
+
+    std::string error;
+    EXPECT_FALSE(OwnFolders::create(root.string(), (root / "usr/lib/mozilla").string(), true, error)
+                     .isOpen());
+    EXPECT_EQ(error,
+              (root / "usr").string() + " is a symbolic link, which the tool does not follow");
+    const std::string chrome = (root / "etc/opt/chrome/native-messaging-hosts").string();
+    EXPECT_FALSE(OwnFolders::create(root.string(), chrome, true, error).isOpen());
+    EXPECT_EQ(error, "it is a symbolic link, which the tool does not follow");
+    OwnFolders::release(root.string(), chrome);
+    OwnFolders::release(root.string(), (root / "usr/native-messaging-hosts").string());
+    EXPECT_EQ(listing(dir.path()), before);
+    EXPECT_EQ(modeOf(outside), 0700u);
+}
+
+// Run as root for all users: every folder on the way is checked, from "/" down.
+TEST(OwnFoldersTest, FoldersOtherUsersCanChangeAreNamedAsRoot) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root: the folders must be root's";
+    }
+    TempDir dir;
+    const fs::path root = dir.path() / "root";
+    fs::create_directories(root / "etc/opt");
+    const std::string chrome = (root / "etc/opt/chrome/native-messaging-hosts").string();
+    EXPECT_EQ(OwnFolders::changeableByOthers(root.string(), chrome), "");
+    chmod((root / "etc").c_str(), 01777);  // sticky, as /tmp: others cannot rename what is in it
+    EXPECT_EQ(OwnFolders::changeableByOthers(root.string(), chrome), "");
+    chmod((root / "etc").c_str(), 0775);
+    char real[PATH_MAX];
+    ASSERT_NE(realpath(root.c_str(), real), nullptr);
+    EXPECT_EQ(OwnFolders::changeableByOthers(root.string(), chrome),
+              std::string(real) + "/etc (mode 0775)");
+    chmod((root / "etc").c_str(), 0755);
+    ASSERT_EQ(chown((root / "etc/opt").c_str(), 65534, 0), 0);
+    EXPECT_EQ(OwnFolders::changeableByOthers(root.string(), chrome),
+              std::string(real) + "/etc/opt (owned by user id 65534)");
+    ASSERT_EQ(chown(root.c_str(), 65534, 0), 0);
+    EXPECT_EQ(OwnFolders::changeableByOthers(root.string(), chrome),
+              std::string(real) + " (owned by user id 65534)");
 }

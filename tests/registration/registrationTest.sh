@@ -8,7 +8,8 @@
 set -euo pipefail
 
 buildDir=$1 fakeUserLibrary=$2
-work=$(mktemp -d)
+# Its real path: the tool follows no symbolic link below / in a --folder (on macOS, /var is one).
+work=$(cd "$(mktemp -d)" && pwd -P)
 trap 'rm -rf "$work"' EXIT
 # Linux's folders until the macOS checks at the end.
 export HOME="$work/home" MANIFEST_ROOT="$work/root" MANIFEST_PLATFORM=Linux
@@ -158,6 +159,65 @@ grep -q "Google Chrome: wrote" "$work/out" || fail "a folder that cannot be writ
 rm "$brave"
 uninstall_leaves_nothing
 
+# What no browser reads, or none should: the tool neither crashes nor waits nor reads without
+# end, says why each is broken, leaves each where uninstall meets it, and shows U+FFFD for bytes
+# that are not UTF-8, in text and in JSON.
+judged() {
+    expect_run 1 "$1" status
+    iconv -f UTF-8 -t UTF-8 "$work/out" >/dev/null || fail "status wrote bytes that are not UTF-8"
+    tool status --json >"$work/out" || true
+    jq -e --arg problem "$1" '[.browsers[].manifests[].problems // [] | .[] | select(startswith($problem))]
+        | length == 1' "$work/out" >/dev/null || fail "status --json does not say '$1': $(cat "$work/out")"
+}
+tool install --executable "$host" "${ids[@]}" >/dev/null
+printf '{"name": "\377"}' >"$chromeManifest"
+judged "it is not valid JSON: parse error at line 1, column 11: syntax error while parsing value - invalid string: ill-formed UTF-8 byte"
+rm "$chromeManifest" && mkfifo "$chromeManifest"
+judged "it is a FIFO, not a regular file"
+rm "$chromeManifest" && ln -s /dev/zero "$chromeManifest"
+judged "it is a character device, not a regular file"
+expect_run 0 "Google Chrome: left $chromeManifest, it is a character device" uninstall --executable "$host"
+rm "$chromeManifest" && tool install --executable "$host" "${ids[@]}" >/dev/null
+{ printf '{"allowed_origins": '; head -c 80000 /dev/zero | tr '\0' '['; } >"$chromeManifest"
+judged "it nests arrays and objects more than 200 levels deep: not read further"
+# Sparse, 5 GiB: nothing is written, and the tool reads none of it.
+rm "$chromeManifest" && dd if=/dev/zero of="$chromeManifest" bs=1 count=0 seek=5368709120 2>/dev/null
+judged "it is too large: 5368709120 bytes, more than the 1048576 a manifest may have"
+rm "$chromeManifest"
+uninstall_leaves_nothing
+shown="$work/"$'\357\277\275'/.config/google-chrome/NativeMessagingHosts
+HOME="$work/"$'\377' tool status >"$work/out" || true
+grep -qF "$shown" "$work/out" || fail "status does not show an \$HOME that is not UTF-8 with U+FFFD"
+HOME="$work/"$'\377' tool status --json >"$work/out" || true
+jq -e --arg home "$shown" '[.browsers[].manifests[].file | select(startswith($home))] | length > 0' \
+    "$work/out" >/dev/null || fail "status --json does not show an \$HOME that is not UTF-8 with U+FFFD"
+# A manifest cannot name such an executable: refused before a folder is made. macOS's file
+# system may refuse the name itself.
+if ln -s "$host" "$work/"$'\377' 2>/dev/null; then
+    refused install --executable "$work/"$'\377' "${ids[@]}"
+    rm "$work/"$'\377'
+fi
+
+# Runs at once serialise: every one of ten concurrent installs succeeds, and uninstall after them
+# leaves nothing, burst after burst. The ten wait at a gate, a FIFO held open for reading and
+# writing here, and start together when it gets a line for each.
+gate="$work/gate"
+mkfifo "$gate"
+exec 3<>"$gate"
+for burst in 1 2 3; do
+    pids=()
+    for run in 1 2 3 4 5 6 7 8 9 10; do
+        { read -r _ <"$gate" && tool install --all --executable "$host" "${ids[@]}"; } >"$work/run$run" 2>&1 &
+        pids+=($!)
+    done
+    printf 'go\n%.0s' 1 2 3 4 5 6 7 8 9 10 >&3
+    for run in 1 2 3 4 5 6 7 8 9 10; do
+        wait "${pids[$((run - 1))]}" || fail "concurrent install $run of burst $burst: $(cat "$work/run$run")"
+    done
+    uninstall_leaves_nothing
+done
+exec 3>&-
+
 # Without a browser in use, install writes nothing and says what to do.
 mv "$HOME" "$work/away" && mkdir "$HOME"
 expect_run 1 "Start the browser once" install --executable "$host" "${ids[@]}"
@@ -220,6 +280,29 @@ rm -r "${notOurs[@]%/*}" "$HOME/.config/chromium"
     rm "$work/linked-home" "$work/home/.config/google-chrome" && rm -r "$work/home/.mozilla" "$MANIFEST_ROOT/opt"
     mv "$links/google-chrome" "$work/home/.config/"
 )
+
+# As root, links planted below the root before the run lead nowhere: the folders behind them
+# are named and left alone, the rest written, nothing changed where the links point; and a root
+# that other users can write is refused whole.
+if [ "$(id -u)" = 0 ]; then
+    mkdir -p "$work/outside/mozilla" && chmod 0700 "$work/outside"
+    ln -s "$work/outside" "$MANIFEST_ROOT/etc" && mkdir "$MANIFEST_ROOT/usr" &&
+        ln -s "$work/outside" "$MANIFEST_ROOT/usr/lib"
+    outside=$(cd "$work" && ls -lR outside)
+    expect_run 1 "Google Chrome: cannot write $MANIFEST_ROOT/etc/opt/chrome/native-messaging-hosts: $MANIFEST_ROOT/etc is a symbolic link, which the tool does not follow" \
+        install --system --executable "$host" "${ids[@]}"
+    grep -q "Firefox (with Developer Edition, Nightly): wrote $MANIFEST_ROOT/usr/lib64/mozilla/" "$work/out" ||
+        fail "a link in one system folder stopped the others: $(cat "$work/out")"
+    tool uninstall --system --executable "$host" >/dev/null
+    rm "$MANIFEST_ROOT/etc" "$MANIFEST_ROOT/usr/lib" && rmdir "$MANIFEST_ROOT/usr"
+    [ "$(cd "$work" && ls -lR outside)" = "$outside" ] && [ "$(listing)" = "$before" ] ||
+        fail "a write as root went through a link, or uninstall left: $(cd "$work" && ls -lR outside; listing)"
+    chmod 0777 "$MANIFEST_ROOT"
+    expect_run 1 "Nothing done: $MANIFEST_ROOT (mode 0777) can be changed by a user other than root" \
+        install --system --executable "$host" "${ids[@]}"
+    chmod 0755 "$MANIFEST_ROOT"
+    [ "$(listing)" = "$before" ] || fail "a refused run wrote: $(listing)"
+fi
 
 # On macOS, Brave reads Chrome's folder: a Brave user gets a manifest there too.
 export MANIFEST_PLATFORM=Darwin
