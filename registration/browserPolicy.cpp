@@ -14,13 +14,11 @@ using nlohmann::json;
 
 namespace {
 
-// The policy names, newest first: Chromium still reads the older name of a list when the new
-// one is not set (configuration_policy_handler_list_factory.cc, SimpleDeprecatingPolicyHandler).
+// Chromium 156 no longer reads the older names NativeMessagingBlacklist and
+// NativeMessagingWhitelist (measured: a blacklist of "*" let the host start).
 const char* const kUserLevelHosts = "NativeMessagingUserLevelHosts";
-const std::vector<const char*> kBlocklist = {"NativeMessagingBlocklist",
-                                             "NativeMessagingBlacklist"};
-const std::vector<const char*> kAllowlist = {"NativeMessagingAllowlist",
-                                             "NativeMessagingWhitelist"};
+const char* const kBlocklist = "NativeMessagingBlocklist";
+const char* const kAllowlist = "NativeMessagingAllowlist";
 
 constexpr std::chrono::seconds kConverterLimit(5);
 
@@ -28,23 +26,19 @@ bool contains(const std::vector<std::string>& list, const std::string& item) {
     return std::find(list.begin(), list.end(), item) != list.end();
 }
 
-// The list of strings under the first of the names that holds one.
-std::optional<std::vector<std::string>> listOf(const json& values,
-                                               const std::vector<const char*>& names) {
-    for (const char* name : names) {
-        const auto value = values.find(name);
-        if (value == values.end() || !value->is_array()) {
-            continue;
-        }
-        std::vector<std::string> list;
-        for (const json& entry : *value) {
-            if (entry.is_string()) {
-                list.push_back(entry.get<std::string>());
-            }
-        }
-        return list;
+// The list of strings under the name, or nothing when it holds no list.
+std::optional<std::vector<std::string>> listOf(const json& values, const char* name) {
+    const auto value = values.find(name);
+    if (value == values.end() || !value->is_array()) {
+        return std::nullopt;
     }
-    return std::nullopt;
+    std::vector<std::string> list;
+    for (const json& entry : *value) {
+        if (entry.is_string()) {
+            list.push_back(entry.get<std::string>());
+        }
+    }
+    return list;
 }
 
 // Takes the values of one source, which wins over the sources taken before it.
@@ -99,8 +93,7 @@ json managedValues(const std::string& file) {
     if (!std::filesystem::is_regular_file(file, error)) {
         return values;
     }
-    for (const char* name :
-         {kUserLevelHosts, kBlocklist[0], kBlocklist[1], kAllowlist[0], kAllowlist[1]}) {
+    for (const char* name : {kUserLevelHosts, kBlocklist, kAllowlist}) {
         const ProgramRun run = ProgramRun::run(
             {"/usr/bin/plutil", "-extract", name, "json", "-o", "-", file}, kConverterLimit);
         const json value = json::parse(run.output, nullptr, false);

@@ -256,7 +256,9 @@ void StatusReport::printText(const json& report) const {
         for (const json& manifest : browser["manifests"]) {
             out << manifestText(manifest);
         }
-        out << verdictText(browser);
+        if (isInUse(browser)) {
+            out << verdictText(browser);
+        }
     }
     for (const json& note : report["notes"]) {
         out << "Note: " << note.get<std::string>() << ".\n";
