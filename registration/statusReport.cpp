@@ -149,7 +149,7 @@ json StatusReport::manifestEntry(const std::string& scope, const std::string& fo
         verdict.problems.push_back(
             "other users cannot read it: it or a folder above it is not open to all");
     }
-    if (verdict.problems.empty()) {
+    if (!verdict.path.empty() && verdict.path.front() == '/') {
         const HostExecutable& host = executable(verdict.path, scope == "system");
         if (host.fault != HostExecutable::Fault::None) {
             verdict.problems.push_back(host.problem);
