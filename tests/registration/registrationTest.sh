@@ -136,6 +136,7 @@ status_json --chrome-extension-id "$chromeId" && jq -e '.sound and .manifestsFou
     and (.fix | test("package"))) and (.browsers[] | select(.name == "Google Chrome") | .browserError == null
     and .fix == null and (.reads | endswith("google-chrome/NativeMessagingHosts/'"$manifest"'")))' \
     "$work/status" >/dev/null || fail "status --json: not the three sound manifests, or not Chromium's Flatpak alone failing"
+expect_run 1 "Some browser in use would not start the host" status
 expect_run 0 "Every browser in use would start the host." status --folder "$portable" --family firefox
 
 # An administrator's policy that blocklists every host forbids Chrome until it allows this one.
