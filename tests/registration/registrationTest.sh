@@ -65,7 +65,7 @@ expect_manifests() {
         fail "expected manifests in exactly $*: $(listing)"
     for folder in "$@"; do
         file="$work/$folder/$manifest" key=allowed_origins allowed=("${chromeOrigins[@]}")
-        [[ ! $folder =~ [Mm]ozilla|[Ll]ibre[Ww]olf ]] || key=allowed_extensions allowed=("$firefoxId")
+        [[ ! $folder =~ [Mm]ozilla|[Ll]ibre[Ww]olf|[Ww]aterfox ]] || key=allowed_extensions allowed=("$firefoxId")
         jq -e --arg path "$host" --arg key "$key" --args 'has("description") and del(.description) ==
             {name: "com.quorvel.nativemessagehost", path: $path, type: "stdio", ($key): $ARGS.positional}' \
             "${allowed[@]}" <"$file" >/dev/null || fail "wrong manifest in $folder: $(cat "$file")"
@@ -206,7 +206,7 @@ if [ "$(id -u)" = 0 ]; then
     uninstall_leaves_nothing
 fi
 
-install_everywhere --all home/{.mozilla,.librewolf}/native-messaging-hosts \
+install_everywhere --all home/{.mozilla,.librewolf,.waterfox}/native-messaging-hosts \
     home/.config/{google-chrome{,-beta,-unstable,-for-testing},chromium,microsoft-edge,vivaldi}/NativeMessagingHosts \
     home/.config/BraveSoftware/Brave-Browser/NativeMessagingHosts
 # What a browser started after install --all put in a folder the tool made stays; records go.
@@ -219,7 +219,7 @@ rm -r "$HOME/.config/vivaldi"
 
 # For all users, under any umask: folders 0755, manifests 0644.
 (umask 077 && install_everywhere --system root/etc/{opt/chrome,chromium,opt/edge}/native-messaging-hosts \
-    root/usr/{lib,lib64}/{mozilla,librewolf}/native-messaging-hosts)
+    root/usr/{lib,lib64}/{mozilla,librewolf,waterfox}/native-messaging-hosts)
 (umask 077 && tool install --system --executable "$host" "${ids[@]}" >/dev/null)
 [ "$(find "$MANIFEST_ROOT"/* \( -type d ! -perm 0755 \) -o \( -type f ! -perm 0644 \))" = "" ] ||
     fail "system folders or manifests not open to all: $(ls -lR "$MANIFEST_ROOT")"
@@ -232,7 +232,7 @@ tool install --executable "$host" "${ids[@]}" >/dev/null
 expect_manifests "$mac/"{BraveSoftware/Brave-Browser,Google/Chrome}/NativeMessagingHosts
 uninstall_leaves_nothing
 install_everywhere --all "$mac/"{Google/Chrome,Microsoft\ Edge}{,\ Beta,\ Dev,\ Canary}/NativeMessagingHosts \
-    "$mac/"{Chromium,BraveSoftware/Brave-Browser,Vivaldi,Arc/User\ Data,Mozilla,LibreWolf}/NativeMessagingHosts
+    "$mac/"{Chromium,BraveSoftware/Brave-Browser,Vivaldi,Arc/User\ Data,Mozilla,LibreWolf,Waterfox}/NativeMessagingHosts
 install_everywhere --system root/Library/{Google/Chrome,Microsoft/Edge}/NativeMessagingHosts \
-    "root/Library/Application Support/"{Chromium,Mozilla,LibreWolf}/NativeMessagingHosts
+    "root/Library/Application Support/"{Chromium,Mozilla,LibreWolf,Waterfox}/NativeMessagingHosts
 echo "All registration checks passed."
