@@ -104,6 +104,13 @@ mkdir -p "$MANIFEST_ROOT" "$HOME/.config/google-chrome" "$HOME/.config/BraveSoft
 before=$(listing) inUse=3
 
 refused uninstall --executable bin/QuorvelNativeMessageHost
+# A mistyped command or option is refused with the name meant; each command has its own help.
+refused statsu
+grep -qF "did you mean status?" "$work/error" || fail "no suggestion for statsu: $(cat "$work/error")"
+refused install --executable="$host" "${ids[@]}" --sytem
+grep -qF "did you mean --system?" "$work/error" || fail "no suggestion for --sytem: $(cat "$work/error")"
+expect_run 0 "--firefox-extension-id" install --help
+[ "$(tool --version)" = 1.2.0 ] || fail "--version does not print the host's version"
 refused install --executable "$work/missing" "${ids[@]}"
 # What install must refuse after --executable HOST: a case a string, split into words.
 for bad in "--chrome-extension-id ${chromeId/p/q}" "--chrome-extension-id ${chromeId}a" \
