@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 
@@ -52,7 +53,7 @@ std::string versionProblem(const std::string& path) {
         return "it did not answer --version within " + std::to_string(kAnswerLimit.count()) + " s";
     }
     if (run.exitStatus != 0 || run.output != expected) {
-        std::string answer = run.output.substr(0, run.output.find('\n'));
+        const std::string answer = run.output.substr(0, run.output.find('\n'));
         return "it answers --version with '" + answer.substr(0, 80) + "' and exit status " +
                std::to_string(run.exitStatus) + ", not the host's " + Application::Version;
     }
@@ -105,14 +106,13 @@ HostExecutable HostExecutable::check(const std::string& path, bool forAllUsers,
     if (result.fault != Fault::None || geteuid() == 0) {
         return result;
     }
-    result.versionAsked = true;
     const std::string problem = versionProblem(path);
     if (!problem.empty()) {
         result = found(Fault::NotTheHost, path + " is not the host: " + problem,
                        "Run install again with --executable naming the Quorvel native messaging "
                        "host.");
-        result.versionAsked = true;
     }
+    result.versionAsked = true;
     return result;
 }
 
