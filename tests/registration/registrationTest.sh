@@ -199,6 +199,10 @@ mv "$HOME" "$work/away" && mkdir -p "$HOME/.var/app/org.chromium.Chromium"
 expect_run 1 "the browsers in use are sandboxed builds" install --executable "$host" "${ids[@]}"
 rm -r "$HOME/.var"
 expect_run 1 "Start the browser once" install --executable "$host" "${ids[@]}"
+mkdir "$HOME/.mozilla"
+expect_run 1 "the browsers in use are of a family given no extension id" install \
+    --executable "$host" --chrome-extension-id "$chromeId"
+rmdir "$HOME/.mozilla"
 mkdir -p "$work/xdg/chromium"
 XDG_CONFIG_HOME="$work/xdg" expect_run 0 "Chromium: wrote $work/xdg/chromium/NativeMessagingHosts/$manifest" \
     install --executable "$host" "${ids[@]}"
