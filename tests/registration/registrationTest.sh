@@ -157,7 +157,7 @@ echo '{"NativeMessagingAllowlist": ["com.quorvel.nativemessagehost"]}' >"$polici
 status_json --chrome-extension-id="$chromeId2" && jq -e '.browsers[] | select(.name == "Google Chrome")
     | .starts and .policy.allowlist == ["com.quorvel.nativemessagehost"]' "$work/status" >/dev/null ||
     fail "status --json: the allowlist did not let Chrome start the host"
-rm -r "$MANIFEST_ROOT/etc"
+rm -r "${MANIFEST_ROOT:?}/etc"
 status_json --chrome-extension-id "${chromeId/a/b}" && jq -e '.browsers[] | select(.name == "Google Chrome")
     | .browserError == "Access to the specified native messaging host is forbidden." and (.fix | test("--chrome-extension-id"))' \
     "$work/status" >/dev/null || fail "status --json: an id the manifest does not allow is not forbidden"
