@@ -126,6 +126,8 @@ done
 expect_run 1 "Some browser in use would not start the host" status
 grep -qF 'The extension gets: "No such native application com.quorvel.nativemessagehost"' "$work/out" ||
     fail "status does not give Firefox's error: $(cat "$work/out")"
+status_json && jq -e '(.sound | not) and .manifestsFound == 0 and (.starts | not)' "$work/status" >/dev/null ||
+    fail "status --json: sound or starting without a manifest: $(cat "$work/status")"
 grep -qF "nothing listens at /tmp/quorvel$(printf %s "$HOME" | sha1) " "$work/out" ||
     fail "status does not look for the agent at the fake user's socket: $(cat "$work/out")"
 
