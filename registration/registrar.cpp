@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "hostExecutable.h"
 #include "manifest.h"
 #include "ownFolders.h"
 #include "presence.h"
@@ -19,6 +20,19 @@ constexpr mode_t kManifestMode = 0644;
 bool samePath(const std::string& a, const std::string& b) {
     namespace fs = std::filesystem;
     return fs::path(a).lexically_normal() == fs::path(b).lexically_normal();
+}
+
+// Why nothing was written when browsers are in use, and what to do, as the lines above said.
+std::string nothingWrittenFor(bool sandboxed, bool unasked) {
+    std::string why = sandboxed ? "sandboxed builds that cannot start the host" : "";
+    std::string what = sandboxed ? "Install the browser from the distribution's or its maker's "
+                                   "package, start it once, then run install again."
+                                 : "";
+    if (unasked) {
+        why += (sandboxed ? ", or " : "") + std::string("of a family given no extension id");
+        what += (sandboxed ? " " : "") + std::string("Give the extension's id of their family.");
+    }
+    return "Nothing written: the browsers in use are " + why + " (see above). " + what;
 }
 
 }  // namespace
@@ -82,20 +96,24 @@ void Registrar::write(const std::string& name, const std::string& root, const st
 }
 
 void Registrar::installForUser(const Browser& browser) {
-    const Presence presence = Presence::of(browser, line.home);
+    const Presence presence = Presence::of(browser, line);
     if (presence.kind == Presence::Kind::InUse || line.all) {
-        write(browser.name, line.home, line.home + "/" + browser.userFolder, browser.family);
+        write(browser.name, line.home, line.inHome(browser, browser.userFolder), browser.family);
     } else if (presence.kind == Presence::Kind::Sandboxed) {
         out << browser.name << ": skipped, " << presence.note << "\n";
+        ++sandboxed;
     } else {
-        out << browser.name << ": skipped, not in use (nothing in " << line.home << "/"
-            << browser.profiles.front() << ")\n";
+        out << browser.name << ": skipped, not in use (nothing in "
+            << line.inHome(browser, browser.profiles.front()) << ")\n";
     }
 }
 
 void Registrar::installForSystem(const Browser& browser) {
-    if (browser.systemFolders.empty()) {
-        out << browser.name << ": reads the system folder of a browser above\n";
+    if (!browser.readsSystemOf.empty() || !browser.readsAllOf.empty()) {
+        out << browser.name << ": reads the system folder of "
+            << browser.readsSystemOf + browser.readsAllOf << "\n";
+    } else if (browser.systemFolders.empty()) {
+        out << browser.name << ": skipped, no system folder of it is known\n";
     }
     for (const std::string& folder : browser.systemFolders) {
         write(browser.name, line.root, line.root + folder, browser.family);
@@ -115,6 +133,7 @@ int Registrar::install() {
         if (line.ids(browser.family).empty()) {
             out << browser.name << ": skipped, no --" << familyName(browser.family)
                 << "-extension-id given\n";
+            unasked += Presence::of(browser, line).kind == Presence::Kind::InUse ? 1 : 0;
         } else if (line.system) {
             installForSystem(browser);
         } else {
@@ -124,10 +143,15 @@ int Registrar::install() {
     if (failed) {
         out << "Some manifests could not be written (see above): those browsers will not find "
                "the host.\n";
+    } else if (written == 0 && (sandboxed > 0 || unasked > 0)) {
+        out << nothingWrittenFor(sandboxed > 0, unasked > 0) << "\n";
     } else if (written == 0) {
         out << "Nothing written: no browser is in use in " << line.home
             << ". Start the browser once, then run install again, or add --all to write for "
                "every browser.\n";
+    }
+    if (geteuid() == 0) {
+        out << "Note: " << HostExecutable::notAskedNote(line.executable) << ".\n";
     }
     return failed || written == 0 ? 1 : 0;
 }
@@ -173,7 +197,7 @@ int Registrar::uninstall() {
     } else {
         for (const Browser& browser : browserTable(line.platform)) {
             if (!line.system) {
-                remove(browser.name, line.home, line.home + "/" + browser.userFolder);
+                remove(browser.name, line.home, line.inHome(browser, browser.userFolder));
                 continue;
             }
             for (const std::string& folder : browser.systemFolders) {
