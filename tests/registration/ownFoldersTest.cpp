@@ -31,6 +31,12 @@ std::string listing(const fs::path& folder) {
     return text;
 }
 
+mode_t modeOf(const fs::path& path) {
+    struct stat status {};
+    stat(path.c_str(), &status);
+    return status.st_mode & 07777;
+}
+
 }  // namespace
 
 // Two manifest folders share the folders above them, as Chrome's channels do on macOS; a browser
