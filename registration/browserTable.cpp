@@ -6,6 +6,10 @@ const char* const kChromiumPaths =
     "Chromium chrome/common/chrome_paths.cc: NativeMessagingHosts in the user data folder, one "
     "system folder per brand";
 
+// Chromium chrome/browser/policy/chrome_browser_policy_connector.cc: every Chrome channel reads
+// the managed preferences of com.google.Chrome.
+const char* const kChromePolicies = "com.google.Chrome";
+
 // Under ~/Library/Application Support, where macOS browsers keep their profiles.
 std::string support(const std::string& folder) {
     return "Library/Application Support/" + folder;
@@ -15,15 +19,20 @@ std::vector<Browser> macBrowsers() {
     const std::string chromeSource =
         std::string(kChromiumPaths) + "; docs/user_data_dir.md, docs/mac/flavors_of_chrome.md";
     const std::string edgeSource = "Edge developer guide, \"Native messaging\"";
+    const std::string chrome = "Google Chrome";
+    const std::string edge = "Microsoft Edge";
     return {
         // Brave reads Chrome's folders instead of its own (brave-core app/brave_main_delegate.cc):
         // a Brave profile gets Chrome's manifest too.
         {Family::Chrome,
-         "Google Chrome",
+         chrome,
          {support("Google/Chrome"), support("BraveSoftware/Brave-Browser")},
          support("Google/Chrome/NativeMessagingHosts"),
          {"/Library/Google/Chrome/NativeMessagingHosts"},
          {},
+         "",
+         "",
+         kChromePolicies,
          chromeSource + "; Brave: brave-core app/brave_main_delegate.cc"},
         {Family::Chrome,
          "Google Chrome Beta",
@@ -31,6 +40,9 @@ std::vector<Browser> macBrowsers() {
          support("Google/Chrome Beta/NativeMessagingHosts"),
          {},
          {},
+         chrome,
+         "",
+         kChromePolicies,
          chromeSource},
         {Family::Chrome,
          "Google Chrome Dev",
@@ -38,6 +50,9 @@ std::vector<Browser> macBrowsers() {
          support("Google/Chrome Dev/NativeMessagingHosts"),
          {},
          {},
+         chrome,
+         "",
+         kChromePolicies,
          chromeSource},
         {Family::Chrome,
          "Google Chrome Canary",
@@ -45,6 +60,9 @@ std::vector<Browser> macBrowsers() {
          support("Google/Chrome Canary/NativeMessagingHosts"),
          {},
          {},
+         chrome,
+         "",
+         kChromePolicies,
          chromeSource},
         {Family::Chrome,
          "Chromium",
@@ -52,13 +70,19 @@ std::vector<Browser> macBrowsers() {
          support("Chromium/NativeMessagingHosts"),
          {"/Library/Application Support/Chromium/NativeMessagingHosts"},
          {},
+         "",
+         "",
+         "org.chromium.Chromium",
          kChromiumPaths},
         {Family::Chrome,
-         "Microsoft Edge",
+         edge,
          {support("Microsoft Edge")},
          support("Microsoft Edge/NativeMessagingHosts"),
          {"/Library/Microsoft/Edge/NativeMessagingHosts"},
          {},
+         "",
+         "",
+         "com.microsoft.Edge",
          edgeSource},
         {Family::Chrome,
          "Microsoft Edge Beta",
@@ -66,6 +90,9 @@ std::vector<Browser> macBrowsers() {
          support("Microsoft Edge Beta/NativeMessagingHosts"),
          {},
          {},
+         edge,
+         "",
+         "com.microsoft.Edge.Beta",
          edgeSource},
         {Family::Chrome,
          "Microsoft Edge Dev",
@@ -73,6 +100,9 @@ std::vector<Browser> macBrowsers() {
          support("Microsoft Edge Dev/NativeMessagingHosts"),
          {},
          {},
+         edge,
+         "",
+         "com.microsoft.Edge.Dev",
          edgeSource},
         {Family::Chrome,
          "Microsoft Edge Canary",
@@ -80,6 +110,9 @@ std::vector<Browser> macBrowsers() {
          support("Microsoft Edge Canary/NativeMessagingHosts"),
          {},
          {},
+         edge,
+         "",
+         "com.microsoft.Edge.Canary",
          edgeSource},
         {Family::Chrome,
          "Brave",
@@ -87,6 +120,9 @@ std::vector<Browser> macBrowsers() {
          support("BraveSoftware/Brave-Browser/NativeMessagingHosts"),
          {},
          {},
+         "",
+         chrome,
+         "com.brave.Browser",
          "brave-core app/brave_main_delegate.cc (reads Chrome's folders; its own written too)"},
         {Family::Chrome,
          "Vivaldi",
@@ -94,13 +130,31 @@ std::vector<Browser> macBrowsers() {
          support("Vivaldi/NativeMessagingHosts"),
          {},
          {},
+         "",
+         "",
+         "com.vivaldi.Vivaldi",
          "Vivaldi's published source, chrome_paths_mac.mm"},
+        // Chromium's user data folder under Arc's own name; no system folder is known.
+        {Family::Chrome,
+         "Arc",
+         {support("Arc/User Data")},
+         support("Arc/User Data/NativeMessagingHosts"),
+         {},
+         {},
+         "",
+         "",
+         "company.thebrowser.Browser",
+         "Arc's profile folder (Arc/User Data, chrome_paths_mac.mm's DIR_USER_DATA under Arc's "
+         "name), as browserpass-native's Makefile installs there"},
         {Family::Firefox,
          "Firefox (with Developer Edition, Nightly)",
          {support("Firefox")},
          support("Mozilla/NativeMessagingHosts"),
          {"/Library/Application Support/Mozilla/NativeMessagingHosts"},
          {},
+         "",
+         "",
+         "",
          "Firefox NativeManifests.sys.mjs; MDN \"Native manifests\""},
         {Family::Firefox,
          "LibreWolf",
@@ -108,6 +162,9 @@ std::vector<Browser> macBrowsers() {
          support("LibreWolf/NativeMessagingHosts"),
          {"/Library/Application Support/LibreWolf/NativeMessagingHosts"},
          {},
+         "",
+         "",
+         "",
          "LibreWolf's source, patches/mozilla_dirs.patch (Firefox's folders renamed)"},
     };
 }
@@ -120,13 +177,19 @@ std::vector<Browser> linuxBrowsers() {
     const std::string firefoxSource =
         "Firefox NativeManifests.sys.mjs; MDN \"Native manifests\"; ~/.mozilla is kept where "
         "profiles moved to ~/.config, /usr/lib64 read where built so";
+    const std::string chrome = "Google Chrome";
+    // Chromium components/policy/core/common/policy_paths.cc: one folder per branding.
+    const std::string chromePolicies = "/etc/opt/chrome/policies/managed";
     return {
         {Family::Chrome,
-         "Google Chrome",
+         chrome,
          {".config/google-chrome"},
          ".config/google-chrome/NativeMessagingHosts",
          {"/etc/opt/chrome/native-messaging-hosts"},
          {".var/app/com.google.Chrome"},
+         "",
+         "",
+         chromePolicies,
          chromeSource + "; Chrome's native messaging docs"},
         {Family::Chrome,
          "Google Chrome Beta",
@@ -134,6 +197,9 @@ std::vector<Browser> linuxBrowsers() {
          ".config/google-chrome-beta/NativeMessagingHosts",
          {},
          {},
+         chrome,
+         "",
+         chromePolicies,
          chromeSource},
         {Family::Chrome,
          "Google Chrome Dev",
@@ -141,13 +207,30 @@ std::vector<Browser> linuxBrowsers() {
          ".config/google-chrome-unstable/NativeMessagingHosts",
          {},
          {},
+         chrome,
+         "",
+         chromePolicies,
          chromeSource},
+        // Its system folder is not confirmed by a source: only its user folder is judged.
+        {Family::Chrome,
+         "Chrome for Testing",
+         {".config/google-chrome-for-testing"},
+         ".config/google-chrome-for-testing/NativeMessagingHosts",
+         {},
+         {},
+         "",
+         "",
+         "/etc/opt/chrome_for_testing/policies/managed",
+         chromeSource + "; policy_paths.cc (its own policy folder)"},
         {Family::Chrome,
          "Chromium",
          {".config/chromium"},
          ".config/chromium/NativeMessagingHosts",
          {"/etc/chromium/native-messaging-hosts"},
          {".var/app/org.chromium.Chromium", "snap/chromium"},
+         "",
+         "",
+         "/etc/chromium/policies/managed",
          chromeSource},
         {Family::Chrome,
          "Microsoft Edge",
@@ -155,7 +238,11 @@ std::vector<Browser> linuxBrowsers() {
          ".config/microsoft-edge/NativeMessagingHosts",
          {"/etc/opt/edge/native-messaging-hosts"},
          {".var/app/com.microsoft.Edge"},
-         "Edge developer guide, \"Native messaging\" (stable channel only on Linux)"},
+         "",
+         "",
+         "/etc/opt/edge/policies/managed",
+         "Edge developer guide, \"Native messaging\" (stable channel only on Linux); Edge's "
+         "policy documentation for Linux"},
         // Brave reads Chrome's system folder (brave-core app/brave_main_delegate.cc).
         {Family::Chrome,
          "Brave",
@@ -163,7 +250,10 @@ std::vector<Browser> linuxBrowsers() {
          ".config/BraveSoftware/Brave-Browser/NativeMessagingHosts",
          {},
          {".var/app/com.brave.Browser"},
-         "brave-core app/brave_main_delegate.cc"},
+         chrome,
+         "",
+         "/etc/brave/policies/managed",
+         "brave-core app/brave_main_delegate.cc; Brave's help on policies for Linux"},
         // Its system folder is Chromium's in current releases, Chrome's in older ones.
         {Family::Chrome,
          "Vivaldi",
@@ -171,6 +261,9 @@ std::vector<Browser> linuxBrowsers() {
          ".config/vivaldi/NativeMessagingHosts",
          {},
          {".var/app/com.vivaldi.Vivaldi"},
+         "Chromium",
+         "",
+         "",
          "Vivaldi's published source, chrome_paths_linux.cc"},
         {Family::Firefox,
          "Firefox (with Developer Edition, Nightly)",
@@ -178,6 +271,9 @@ std::vector<Browser> linuxBrowsers() {
          ".mozilla/native-messaging-hosts",
          {"/usr/lib/mozilla/native-messaging-hosts", "/usr/lib64/mozilla/native-messaging-hosts"},
          {".var/app/org.mozilla.firefox"},
+         "",
+         "",
+         "",
          firefoxSource},
         {Family::Firefox,
          "LibreWolf",
@@ -186,6 +282,9 @@ std::vector<Browser> linuxBrowsers() {
          {"/usr/lib/librewolf/native-messaging-hosts",
           "/usr/lib64/librewolf/native-messaging-hosts"},
          {".var/app/io.gitlab.librewolf-community"},
+         "",
+         "",
+         "",
          "LibreWolf's source, patches/mozilla_dirs.patch (Firefox's folders renamed)"},
     };
 }
@@ -201,4 +300,13 @@ const std::vector<Browser>& browserTable(const std::string& platform) {
     static const std::vector<Browser> onLinux = linuxBrowsers();
     static const std::vector<Browser> none;
     return platform == "Darwin" ? onMac : platform == "Linux" ? onLinux : none;
+}
+
+const Browser* browserNamed(const std::string& platform, const std::string& name) {
+    for (const Browser& browser : browserTable(platform)) {
+        if (browser.name == name) {
+            return &browser;
+        }
+    }
+    return nullptr;
 }

@@ -19,8 +19,14 @@ struct Browser {
     std::string userFolder;
     std::vector<std::string> systemFolders;  // none: it reads a system folder of a row above
     std::vector<std::string> sandboxed;      // profiles of Flatpak or Snap builds
-    std::string source;                      // what confirms these folders
+    std::string readsSystemOf;  // the row whose system folders it reads, "" for its own
+    std::string readsAllOf;     // the row whose user and system folders it reads instead
+    std::string policies;  // managed policies: a folder on Linux, a bundle id on macOS; "" none
+    std::string source;    // what confirms these folders
 };
 
 // The browsers of the platform ("Darwin" or "Linux"); empty for any other.
 const std::vector<Browser>& browserTable(const std::string& platform);
+
+// The row of the platform's table with that name; nullptr when none.
+const Browser* browserNamed(const std::string& platform, const std::string& name);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -16,9 +17,9 @@ class UsageError : public std::runtime_error {
 // What one run of the tool is asked to do, from its arguments and environment, checked so that
 // nothing is written for a command line that is refused.
 struct CommandLine {
-    enum class Action { Help, Install, Uninstall, Status };
+    enum class Action { Answered, Install, Uninstall, Status };
 
-    Action action = Action::Help;
+    Action action = Action::Answered;  // Answered: --help or --version was printed
     std::string executable;
     std::vector<std::string> chromeIds;
     std::vector<std::string> firefoxIds;
@@ -28,14 +29,19 @@ struct CommandLine {
     std::string folder;                  // a folder the table does not know, "" for the table's
     std::optional<Family> folderFamily;  // with --folder: the family of its manifest
     std::string home;                    // $HOME, without a trailing slash
+    std::string configHome;              // $XDG_CONFIG_HOME when absolute, else ~/.config (Linux)
+    std::string chromeConfigHome;        // $CHROME_CONFIG_HOME when absolute, else configHome
     std::string root;      // MANIFEST_ROOT, stands in for "/" under the system folders
     std::string platform;  // MANIFEST_PLATFORM or the running system's: "Darwin" or "Linux"
 
-    // Throws UsageError for arguments or an environment that it refuses.
-    static CommandLine parse(const std::vector<std::string>& arguments);
+    // Prints --help and --version to out. Throws UsageError for arguments or an environment
+    // that it refuses; for an unknown name the message suggests the nearest known one.
+    static CommandLine parse(const std::vector<std::string>& arguments, std::ostream& out);
 
     // The ids given for a family.
     const std::vector<std::string>& ids(Family family) const;
 
-    static std::string usage(const std::string& program);
+    // A folder of the browser's table row under this user's home: on Linux, ".config/" stands
+    // for the configuration folder that the browser reads.
+    std::string inHome(const Browser& browser, const std::string& relative) const;
 };

@@ -19,7 +19,7 @@ int main(int argc, char** argv) {
     const std::string program = "QuorvelHostRegistration";
     CommandLine line;
     try {
-        line = CommandLine::parse(std::vector<std::string>(argv + 1, argv + argc));
+        line = CommandLine::parse(std::vector<std::string>(argv + 1, argv + argc), std::cout);
     } catch (const UsageError& error) {
         std::cerr << program << ": " << error.what() << "\nRun '" << program
                   << " --help' for usage.\n";
@@ -33,9 +33,8 @@ int main(int argc, char** argv) {
             return registrar.uninstall();
         case CommandLine::Action::Status:
             return StatusReport(line, std::cout).run();
-        case CommandLine::Action::Help:
+        case CommandLine::Action::Answered:
             break;
     }
-    std::cout << CommandLine::usage(program);
     return 0;
 }

@@ -81,10 +81,11 @@ void judgePath(const json& manifest, Manifest::Verdict& verdict) {
         return;
     }
     verdict.path = *path;
-    verdict.pathIsExecutable = !path->empty() && path->front() == '/' && isExecutableFile(*path);
-    if (!verdict.pathIsExecutable) {
-        verdict.problems.push_back("its path is not an absolute path of an executable file: '" +
-                                   verdict.path + "'");
+    const bool absolute = !path->empty() && path->front() == '/';
+    verdict.pathIsExecutable = absolute && isExecutableFile(*path);
+    // What the path names is judged apart (HostExecutable): only the text is the manifest's.
+    if (!absolute) {
+        verdict.problems.push_back("its path is not absolute: '" + verdict.path + "'");
     }
 }
 

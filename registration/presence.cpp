@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "browserTable.h"
+#include "commandLine.h"
 #include "ownFolders.h"
 
 namespace {
@@ -12,27 +13,27 @@ bool isInUse(const std::string& profile) {
     return std::filesystem::is_directory(profile, ignored) && !OwnFolders::holdsOnlyOurs(profile);
 }
 
-std::string sandboxNote(const std::string& home, const std::string& sandbox) {
+std::string sandboxNote(const std::string& sandbox, const std::string& folder) {
     if (sandbox.rfind(".var/app/", 0) == 0) {
-        return "only its Flatpak build is in use (" + home + "/" + sandbox +
+        return "only its Flatpak build is in use (" + folder +
                "), which cannot start a host installed outside its sandbox";
     }
-    return "only its Snap build is in use (" + home + "/" + sandbox +
+    return "only its Snap build is in use (" + folder +
            "), which runs a host in its confinement, with a /tmp of its own away from the "
            "agent's socket";
 }
 
 }  // namespace
 
-Presence Presence::of(const Browser& browser, const std::string& home) {
+Presence Presence::of(const Browser& browser, const CommandLine& line) {
     for (const std::string& profile : browser.profiles) {
-        if (isInUse(home + "/" + profile)) {
-            return {Kind::InUse, home + "/" + profile};
+        if (isInUse(line.inHome(browser, profile))) {
+            return {Kind::InUse, line.inHome(browser, profile)};
         }
     }
     for (const std::string& sandbox : browser.sandboxed) {
-        if (isInUse(home + "/" + sandbox)) {
-            return {Kind::Sandboxed, sandboxNote(home, sandbox)};
+        if (isInUse(line.inHome(browser, sandbox))) {
+            return {Kind::Sandboxed, sandboxNote(sandbox, line.inHome(browser, sandbox))};
         }
     }
     return {Kind::Missing, ""};

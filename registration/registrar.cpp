@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "hostExecutable.h"
 #include "manifest.h"
 #include "ownFolders.h"
 #include "presence.h"
@@ -74,20 +75,24 @@ void Registrar::write(const std::string& name, const std::string& folder, Family
 }
 
 void Registrar::installForUser(const Browser& browser) {
-    const Presence presence = Presence::of(browser, line.home);
+    const Presence presence = Presence::of(browser, line);
     if (presence.kind == Presence::Kind::InUse || line.all) {
-        write(browser.name, line.home + "/" + browser.userFolder, browser.family);
+        write(browser.name, line.inHome(browser, browser.userFolder), browser.family);
     } else if (presence.kind == Presence::Kind::Sandboxed) {
         out << browser.name << ": skipped, " << presence.note << "\n";
+        ++sandboxed;
     } else {
-        out << browser.name << ": skipped, not in use (nothing in " << line.home << "/"
-            << browser.profiles.front() << ")\n";
+        out << browser.name << ": skipped, not in use (nothing in "
+            << line.inHome(browser, browser.profiles.front()) << ")\n";
     }
 }
 
 void Registrar::installForSystem(const Browser& browser) {
-    if (browser.systemFolders.empty()) {
-        out << browser.name << ": reads the system folder of a browser above\n";
+    if (!browser.readsSystemOf.empty() || !browser.readsAllOf.empty()) {
+        out << browser.name << ": reads the system folder of "
+            << browser.readsSystemOf + browser.readsAllOf << "\n";
+    } else if (browser.systemFolders.empty()) {
+        out << browser.name << ": skipped, no system folder of it is known\n";
     }
     for (const std::string& folder : browser.systemFolders) {
         write(browser.name, line.root + folder, browser.family);
@@ -112,10 +117,17 @@ int Registrar::install() {
     if (failed) {
         out << "Some manifests could not be written (see above): those browsers will not find "
                "the host.\n";
+    } else if (written == 0 && sandboxed > 0) {
+        out << "Nothing written: the browsers in use are sandboxed builds that cannot start the "
+               "host (see above). Install the browser from the distribution's or its maker's "
+               "package, start it once, then run install again.\n";
     } else if (written == 0) {
         out << "Nothing written: no browser is in use in " << line.home
             << ". Start the browser once, then run install again, or add --all to write for "
                "every browser.\n";
+    }
+    if (geteuid() == 0) {
+        out << "Note: " << HostExecutable::notAskedNote(line.executable) << ".\n";
     }
     return failed || written == 0 ? 1 : 0;
 }
@@ -152,7 +164,7 @@ int Registrar::uninstall() {
     } else {
         for (const Browser& browser : browserTable(line.platform)) {
             if (!line.system) {
-                remove(browser.name, line.home + "/" + browser.userFolder);
+                remove(browser.name, line.inHome(browser, browser.userFolder));
                 continue;
             }
             for (const std::string& folder : browser.systemFolders) {

@@ -31,5 +31,6 @@ class Registrar {
     std::ostream& err;
     int written = 0;
     int removed = 0;
+    int sandboxed = 0;  // browsers skipped as sandboxed builds only
     bool failed = false;
 };

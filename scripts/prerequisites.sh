@@ -29,8 +29,9 @@ llvm_tool() {
     fi
 }
 
-# Prints the Debian packages that are missing (always nlohmann/json, which the registration tool
-# reads manifests with; header-only, so the macOS build takes it as it is); with "tests", also
+# Prints the Debian packages that are missing (always nlohmann/json and CLI11, which the
+# registration tool reads manifests and its command line with; header-only, so the macOS build
+# takes them as they are); with "tests", also
 # what the test suite needs; with "bench", also Google Benchmark and socat (one of the references
 # the host is measured by); with "fuzz", also clang and its fuzzer runtime; with "macos", also
 # what cross-building for macOS needs: npm (to fetch the Zig toolchain), llvm (llvm-objdump and
@@ -45,6 +46,7 @@ missing_packages() {
         return 0
     fi
     have_header nlohmann/json.hpp || echo nlohmann-json3-dev
+    have_header CLI/CLI.hpp || echo libcli11-dev
     if [ "${1:-}" = hardening ]; then
         command -v hardening-check >/dev/null || echo devscripts
     fi
@@ -84,6 +86,7 @@ homebrew_formulae() {
             libgtest-dev) echo googletest ;;
             libbenchmark-dev) echo google-benchmark ;;
             nlohmann-json3-dev) echo nlohmann-json ;;
+            libcli11-dev) echo cli11 ;;
             clang | libclang-rt-dev) echo llvm ;;
             *) echo "$package" ;;
         esac

@@ -54,8 +54,6 @@ TEST(ManifestTest, EveryWayAManifestBreaksIsNamedInItsVerdict) {
     const std::string host = (dir.path() / "host").string();
     std::ofstream(host) << "#!/bin/sh\n";
     chmod(host.c_str(), 0755);
-    const std::string notExecutable = (dir.path() / "plain").string();
-    std::ofstream(notExecutable) << "text\n";
     const std::string sound = chromeManifest(host);
     ASSERT_TRUE(Manifest::judge(sound, Family::Chrome).problems.empty());
 
@@ -63,7 +61,6 @@ TEST(ManifestTest, EveryWayAManifestBreaksIsNamedInItsVerdict) {
         std::string text;
         std::vector<std::string> problems;
     };
-    const std::string pathProblem = "its path is not an absolute path of an executable file: '";
     const std::vector<Case> cases = {
         {sound.substr(0, sound.size() - 1), {}},                               // the closing brace
         {chromeManifest(host, ",\n"), {}},                                     // a trailing comma
@@ -75,9 +72,8 @@ TEST(ManifestTest, EveryWayAManifestBreaksIsNamedInItsVerdict) {
         {chromeManifest(host, R"(, "name": "com.other", "type": 1, "description": null)"),
          {"its name is \"com.other\", not \"com.quorvel.nativemessagehost\"",
           "its \"type\" is not a string", "its \"description\" is not a string"}},
-        {chromeManifest("relative/host"), {pathProblem + "relative/host'"}},
-        {chromeManifest(notExecutable), {pathProblem + notExecutable + "'"}},
-        {chromeManifest(dir.path().string()), {pathProblem + dir.path().string() + "'"}},
+        // What an absolute path names is the executable's check, not the manifest's.
+        {chromeManifest("relative/host"), {"its path is not absolute: 'relative/host'"}},
         {chromeManifest(host, R"(, "allowed_origins": [])"),
          {"it allows no extension in \"allowed_origins\""}},
         {chromeManifest(host, R"(, "allowed_origins": "chrome-extension://)" + kChromeId + "/\""),

@@ -72,6 +72,9 @@ expect_manifests() {
     done
 }
 
+# ARGUMENTS...: status --json into $work/status, whatever it judges (exit 0 or 1).
+status_json() { tool status --json "$@" >"$work/status" || [ $? = 1 ]; }
+
 uninstall_leaves_nothing() {
     tool uninstall --executable "$host" "$@" >/dev/null
     [ "$(listing)" = "$before" ] || fail "uninstall $* left: $(diff <(echo "$before") <(listing))"
@@ -84,8 +87,8 @@ install_everywhere() {
     tool install "$1" --executable "$host" --chrome-extension-id "$chromeId" >/dev/null
     tool install "$1" --executable "$host" "${ids[@]}" >/dev/null
     expect_manifests "${@:2}"
-    tool status --json | jq -e ".sound and .manifestsFound == $# - 1 and ([.browsers[] |
-        select(.profile == \"found\")] | length) == $inUse" >/dev/null ||
+    status_json && jq -e ".sound and .manifestsFound == $# - 1 and ([.browsers[] |
+        select(.profile == \"found\")] | length) == $inUse" "$work/status" >/dev/null ||
         fail "status --json: not the $(($# - 1)) manifests of $1 sound, or another browser in use"
     # Uninstall has no --all: it removes what either scope wrote.
     # shellcheck disable=SC2086
@@ -111,8 +114,11 @@ for bad in "--chrome-extension-id ${chromeId/p/q}" "--chrome-extension-id ${chro
     refused install --executable "$host" $bad
 done
 
-# Nothing registered: status says so; the agent's socket is the fake user's, where nobody listens.
-expect_run 1 "No manifest of the host found" status
+# Nothing registered: status says which browser would not start the host and what its
+# extension gets; the agent's socket is the fake user's, where nobody listens.
+expect_run 1 "Some browser in use would not start the host" status
+grep -qF 'The extension gets: "No such native application com.quorvel.nativemessagehost"' "$work/out" ||
+    fail "status does not give Firefox's error: $(cat "$work/out")"
 grep -qF "nothing listens at /tmp/quorvel$(printf %s "$HOME" | sha1) " "$work/out" ||
     fail "status does not look for the agent at the fake user's socket: $(cat "$work/out")"
 
@@ -122,10 +128,31 @@ tool install --executable "$host" "${ids[@]}" >/dev/null
 tool install --executable "$host" "${ids[@]}" --folder "$portable" --family firefox >/dev/null
 expect_manifests home/.config/{google-chrome,BraveSoftware/Brave-Browser}/NativeMessagingHosts \
     home/.mozilla/native-messaging-hosts root/opt/librewolf/native-messaging-hosts
-tool status --json | jq -e '.sound and .manifestsFound == 3 and .agent.listener == "nothing"
-    and (.browsers[] | select(.name == "Chromium") | .profile == "sandboxed" and (.note | test("Flatpak")))' \
-    >/dev/null || fail "status --json: not the three sound manifests and Chromium's Flatpak"
-expect_run 0 "Every manifest found is sound." status --folder "$portable" --family firefox
+# Every browser in use starts the host but Chromium, whose Flatpak finds no manifest.
+status_json --chrome-extension-id "$chromeId" && jq -e '.sound and .manifestsFound == 3
+    and .agent.listener == "nothing" and (.starts | not) and ([.browsers[] | select(.profile != "missing")
+    | select(.starts | not) | .name] == ["Chromium"]) and (.browsers[] | select(.name == "Chromium") |
+    .profile == "sandboxed" and (.note | test("Flatpak")) and .browserError == "Specified native messaging host not found."
+    and (.fix | test("package"))) and (.browsers[] | select(.name == "Google Chrome") | .browserError == null
+    and .fix == null and (.reads | endswith("google-chrome/NativeMessagingHosts/'"$manifest"'")))' \
+    "$work/status" >/dev/null || fail "status --json: not the three sound manifests, or not Chromium's Flatpak alone failing"
+expect_run 0 "Every browser in use would start the host." status --folder "$portable" --family firefox
+
+# An administrator's policy that blocklists every host forbids Chrome until it allows this one.
+policies="$MANIFEST_ROOT/etc/opt/chrome/policies/managed"
+mkdir -p "$policies" && echo '{"NativeMessagingBlocklist": ["*"]}' >"$policies/block.json"
+status_json && jq -e '.browsers[] | select(.name == "Google Chrome") | (.starts | not) and
+    .browserError == "Access to the native messaging host was disabled by the system administrator."
+    and (.fix | test("NativeMessagingAllowlist")) and .policy.files == ["'"$policies/block.json"'"]' \
+    "$work/status" >/dev/null || fail "status --json: Chrome not forbidden by the blocklist"
+echo '{"NativeMessagingAllowlist": ["com.quorvel.nativemessagehost"]}' >"$policies/zallow.json"
+status_json --chrome-extension-id="$chromeId2" && jq -e '.browsers[] | select(.name == "Google Chrome")
+    | .starts and .policy.allowlist == ["com.quorvel.nativemessagehost"]' "$work/status" >/dev/null ||
+    fail "status --json: the allowlist did not let Chrome start the host"
+rm -r "$MANIFEST_ROOT/etc"
+status_json --chrome-extension-id "${chromeId/a/b}" && jq -e '.browsers[] | select(.name == "Google Chrome")
+    | .browserError == "Access to the specified native messaging host is forbidden." and (.fix | test("--chrome-extension-id"))' \
+    "$work/status" >/dev/null || fail "status --json: an id the manifest does not allow is not forbidden"
 
 # Firefox's manifest, edited by hand for an executable that is not there and a malformed id, is
 # broken twice over and not uninstall's to remove; Chrome's, cut short, is not JSON.
@@ -136,7 +163,7 @@ printf '{ "allowed_extensions" : [ "%s",\n "not an id" ], "type":"stdio", "descr
 head -c $(($(wc -c <"$chromeManifest") - 2)) "$chromeManifest" >"$work/cut" &&
     cat "$work/cut" >"$chromeManifest"
 expect_run 1 "malformed id: 'not an id'" status
-grep -q "path is not an absolute path of an executable file: '$work/elsewhere/host'" "$work/out" &&
+grep -qF "no file is at $work/elsewhere/host: the host was moved or removed" "$work/out" &&
     grep -q "BROKEN: $chromeManifest" "$work/out" && grep -q "it is not valid JSON: parse error" "$work/out" ||
     fail "status missed what is broken: $(cat "$work/out")"
 ! tool status --json >"$work/out" && jq -e '[.browsers[].manifests[] | select(.found and .sound == false)]
@@ -158,13 +185,28 @@ grep -q "Google Chrome: wrote" "$work/out" || fail "a folder that cannot be writ
 rm "$brave"
 uninstall_leaves_nothing
 
-# Without a browser in use, install writes nothing and says what to do.
-mv "$HOME" "$work/away" && mkdir "$HOME"
+# Without a browser in use, install writes nothing and says what to do; with only a Flatpak
+# build in use, it says that instead. The browsers look under $XDG_CONFIG_HOME, and so does it.
+mv "$HOME" "$work/away" && mkdir -p "$HOME/.var/app/org.chromium.Chromium"
+expect_run 1 "the browsers in use are sandboxed builds" install --executable "$host" "${ids[@]}"
+rm -r "$HOME/.var"
 expect_run 1 "Start the browser once" install --executable "$host" "${ids[@]}"
-rmdir "$HOME" && mv "$work/away" "$HOME"
+mkdir -p "$work/xdg/chromium"
+XDG_CONFIG_HOME="$work/xdg" expect_run 0 "Chromium: wrote $work/xdg/chromium/NativeMessagingHosts/$manifest" \
+    install --executable "$host" "${ids[@]}"
+rm -r "$work/xdg" && rmdir "$HOME" && mv "$work/away" "$HOME"
+
+# Install refuses what the browsers cannot start: a folder or a special file. As root, it does
+# not run the executable with --version (the unit tests ask it as another user) and says so.
+refused install --executable "$prefix/bin" "${ids[@]}"
+refused install --executable /dev/null "${ids[@]}"
+if [ "$(id -u)" = 0 ]; then
+    expect_run 0 "Note: did not run $host --version" install --executable "$host" "${ids[@]}"
+    uninstall_leaves_nothing
+fi
 
 install_everywhere --all home/{.mozilla,.librewolf}/native-messaging-hosts \
-    home/.config/{google-chrome{,-beta,-unstable},chromium,microsoft-edge,vivaldi}/NativeMessagingHosts \
+    home/.config/{google-chrome{,-beta,-unstable,-for-testing},chromium,microsoft-edge,vivaldi}/NativeMessagingHosts \
     home/.config/BraveSoftware/Brave-Browser/NativeMessagingHosts
 # What a browser started after install --all put in a folder the tool made stays; records go.
 tool install --all --executable "$host" "${ids[@]}" >/dev/null
@@ -189,7 +231,7 @@ tool install --executable "$host" "${ids[@]}" >/dev/null
 expect_manifests "$mac/"{BraveSoftware/Brave-Browser,Google/Chrome}/NativeMessagingHosts
 uninstall_leaves_nothing
 install_everywhere --all "$mac/"{Google/Chrome,Microsoft\ Edge}{,\ Beta,\ Dev,\ Canary}/NativeMessagingHosts \
-    "$mac/"{Chromium,BraveSoftware/Brave-Browser,Vivaldi,Mozilla,LibreWolf}/NativeMessagingHosts
+    "$mac/"{Chromium,BraveSoftware/Brave-Browser,Vivaldi,Arc/User\ Data,Mozilla,LibreWolf}/NativeMessagingHosts
 install_everywhere --system root/Library/{Google/Chrome,Microsoft/Edge}/NativeMessagingHosts \
     "root/Library/Application Support/"{Chromium,Mozilla,LibreWolf}/NativeMessagingHosts
 echo "All registration checks passed."
