@@ -30,8 +30,6 @@ PROFILES = {"chromium": "Library/Application Support/Chromium" if MAC else ".con
             "firefox": "Library/Application Support/Firefox" if MAC else ".mozilla/firefox"}
 DEADLINE = 60  # seconds; generous, as CI machines are busy
 HOST_NAME = "com.quorvel.nativemessagehost"
-# The browser's name in the registration tool's report.
-STATUS_NAMES = {"chromium": "Chromium", "firefox": "Firefox"}
 # Where Chromium on Linux reads its administrator's policies; the test changes them only inside
 # a mount namespace of its own (private_policies).
 POLICY_PARENT = Path("/etc/chromium")
@@ -313,12 +311,14 @@ def arguments_and_folder(pid):
     return cmdline.decode().split("\0")[1:-1], Path(os.readlink(f"/proc/{pid}/cwd"))
 
 
-# Has the extension connect, which starts the host, and prints how the browser started it.
+# Has the extension connect, which starts the host (once the hosts of earlier connections have
+# ended), and prints how the browser started it.
 # On Linux, strace watches the host from outside: the browser stays its parent and its signals
 # reach the host itself, while strace records how and when it ended. Messages are for after it
 # returns: strace's attaching cuts short a write the host is blocked in, which counts as a failed
 # send. Returns None on macOS, where how the host ends is not observed.
 def start_host(session):
+    wait_for(lambda: not host_pids(session.host), "the hosts of earlier connections to end")
     session.commands.put({"connect": True})
     (pid,) = wait_for(lambda: host_pids(session.host), "the browser to start the host")
     arguments, folder = arguments_and_folder(pid)
@@ -406,16 +406,17 @@ def registration(session, *arguments, check=True, **environment):
                           stdout=subprocess.PIPE, text=True)
 
 
-def register(session, *options, ids=None):
+def register(session, *options, ids=None, **environment):
     registration(session, "install", "--executable", session.wrapper, *(ids or session.ids),
-                 *options)
+                 *options, **environment)
 
 
-# What status says of the session's browser, for the test extension.
+# What status says of the session's browser, for the test extension: the only browser in use in
+# the session's home.
 def verdict(session):
     report = json.loads(registration(session, "status", "--json", *session.ids,
                                      check=False).stdout)
-    (found,) = [entry for entry in report["browsers"] if entry["name"] == STATUS_NAMES[session.name]]
+    (found,) = [entry for entry in report["browsers"] if entry["profile"] != "missing"]
     return found
 
 
@@ -438,21 +439,28 @@ def connection(session, message):
 
 
 # A registration broken as users meet it: the browser hands the extension exactly the error
-# that status names, status says the browser does not start the host, and its fix (which must
-# hold fix_word) is what mend applies; then a message goes through (the browser may take a
-# while to see the change, as with a policy), and status says so.
-def check_setup(session, what, breaks, fix_word, mend):
-    breaks()
+# that status names, status says the browser does not start the host, and its fix holds fix_word.
+def check_refused(session, what, fix_word):
     judged, error = verdict(session), connection(session, {"broken": what})
     print(f"{session.name}, {what}: the extension gets {error!r}")
     assert (judged["browserError"], judged["starts"]) == (error, False), \
         f"{what}: status judged {judged}"
     assert fix_word in judged["fix"], f"{what}: status names another fix: {judged['fix']}"
-    mend()
-    wait_for(lambda: connection(session, {"mended": what}) == "delivered", f"{what} to be mended")
+
+
+# Once the fix is applied, a message goes through, and status says so.
+def check_mended(session, what):
+    assert connection(session, {"mended": what}) == "delivered", f"{what}: not mended"
     judged = verdict(session)
     assert (judged["browserError"], judged["starts"]) == (None, True), \
         f"{what}: status judged the mended registration {judged}"
+
+
+def check_setup(session, what, breaks, fix_word, mend):
+    breaks()
+    check_refused(session, what, fix_word)
+    mend()
+    check_mended(session, what)
 
 
 # Another extension's id, in the form of the session's browser family.
@@ -492,24 +500,26 @@ def private_policies(stack):
     return root
 
 
-# An administrator's policy, each in a browser started with it: one that forbids every host,
-# mended by allowing this one (Chromium reloads a changed policy file by itself), and one that
-# turns user-level hosts off while only the user's manifest is there, mended by registering for
-# all users.
+# An administrator's policy, in a browser started with it: one that forbids every host, mended
+# by allowing this one, which a browser started anew then follows (one that keeps running may
+# lose the extension's connection while it reloads its policies, seen with Chromium 156); and one
+# that turns user-level hosts off while only the user's manifest is there, mended by
+# registering for all users.
 def policy_setups(build_dir, root):
     policy = POLICY_PARENT / "policies/managed/quorvel-test.json"
     policy.parent.mkdir(parents=True, exist_ok=True)
-    blocked = {"NativeMessagingBlocklist": ["*"]}
-    for what, values, fix_word, mend in (
-            ("a policy forbids every host", blocked, "NativeMessagingAllowlist",
-             lambda session: policy.write_text(
-                 json.dumps(blocked | {"NativeMessagingAllowlist": [HOST_NAME]}))),
-            ("a policy turns user-level hosts off", {"NativeMessagingUserLevelHosts": False},
-             "--system", lambda session: register(session, "--system", MANIFEST_ROOT=str(root)))):
-        policy.write_text(json.dumps(values))
-        with contextlib.ExitStack() as stack:
-            session = open_session("chromium", build_dir, stack)
-            check_setup(session, what, lambda: None, fix_word, lambda: mend(session))
+    what, blocked = "a policy forbids every host", {"NativeMessagingBlocklist": ["*"]}
+    policy.write_text(json.dumps(blocked))
+    with contextlib.ExitStack() as stack:
+        check_refused(open_session("chromium", build_dir, stack), what, "NativeMessagingAllowlist")
+    policy.write_text(json.dumps(blocked | {"NativeMessagingAllowlist": [HOST_NAME]}))
+    with contextlib.ExitStack() as stack:
+        check_mended(open_session("chromium", build_dir, stack), what)
+    policy.write_text(json.dumps({"NativeMessagingUserLevelHosts": False}))
+    with contextlib.ExitStack() as stack:
+        session = open_session("chromium", build_dir, stack)
+        check_setup(session, "a policy turns user-level hosts off", lambda: None, "--system",
+                    lambda: register(session, "--system", MANIFEST_ROOT=str(root)))
 
 
 # The names of what a run needs and this machine lacks: the browsers, and on Linux strace.
