@@ -416,7 +416,7 @@ def register(session, *options, ids=None, **environment):
 def verdict(session):
     report = json.loads(registration(session, "status", "--json", *session.ids,
                                      check=False).stdout)
-    (found,) = [entry for entry in report["browsers"] if entry["profile"] != "missing"]
+    (found,) = [browser for browser in report["browsers"] if browser["profile"] != "missing"]
     return found
 
 
@@ -472,7 +472,8 @@ def manifest_setups(session):
     def executable_is_folder():
         manifest = json.loads(session.manifest.read_text())
         session.manifest.write_text(json.dumps(manifest | {"path": str(session.host.parent)}))
-    check_setup(session, "no manifest", session.manifest.unlink, "install", lambda: register(session))
+    check_setup(session, "no manifest", session.manifest.unlink, "install",
+                lambda: register(session))
     check_setup(session, "the manifest allows another extension",
                 lambda: register(session, ids=OTHER_IDS[session.name]), session.ids[1],
                 lambda: register(session))
