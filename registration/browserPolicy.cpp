@@ -85,20 +85,34 @@ void readFolder(BrowserPolicy& policy, const std::string& folder) {
     }
 }
 
-// The managed preferences of the bundle, converted by the system's own property-list parser;
-// one value at a time, as a whole file may hold values that JSON cannot (dates, data).
+// One value of a property list as the system's own parser converts it to the format ("json" or
+// "xml1"); "" when the file holds no such value. One value at a time, as a whole file may hold
+// values that JSON cannot (dates, data).
+std::string extracted(const std::string& file, const char* name, const char* format) {
+    const ProgramRun run = ProgramRun::run(
+        {"/usr/bin/plutil", "-extract", name, format, "-o", "-", file}, kConverterLimit);
+    return run.exitedWith(0) ? run.output : "";
+}
+
+// The managed preferences of the bundle as JSON values. The lists convert to JSON; a lone
+// boolean does not (JSON text is an object or a list), so plutil writes it as a property list
+// whose one value is <true/> or <false/>.
 json managedValues(const std::string& file) {
     json values = json::object();
     std::error_code error;
     if (!std::filesystem::is_regular_file(file, error)) {
         return values;
     }
-    for (const char* name : {kUserLevelHosts, kBlocklist, kAllowlist}) {
-        const ProgramRun run = ProgramRun::run(
-            {"/usr/bin/plutil", "-extract", name, "json", "-o", "-", file}, kConverterLimit);
-        const json value = json::parse(run.output, nullptr, false);
-        if (run.exitedWith(0) && !value.is_discarded()) {
-            values[name] = value;
+    for (const char* name : {kBlocklist, kAllowlist}) {
+        const json list = json::parse(extracted(file, name, "json"), nullptr, false);
+        if (!list.is_discarded()) {
+            values[name] = list;
+        }
+    }
+    const std::string userLevel = extracted(file, kUserLevelHosts, "xml1");
+    for (const bool value : {true, false}) {
+        if (userLevel.find(value ? "<true/>" : "<false/>") != std::string::npos) {
+            values[kUserLevelHosts] = value;
         }
     }
     return values;

@@ -10,6 +10,9 @@ const char* const kChromiumPaths =
 // the managed preferences of com.google.Chrome.
 const char* const kChromePolicies = "com.google.Chrome";
 
+const char* const kWaterfoxSource =
+    "Waterfox's source, toolkit/xre/nsXREDirProvider.cpp (Firefox's folders renamed)";
+
 // Under ~/Library/Application Support, where macOS browsers keep their profiles.
 std::string support(const std::string& folder) {
     return "Library/Application Support/" + folder;
@@ -166,6 +169,16 @@ std::vector<Browser> macBrowsers() {
          "",
          "",
          "LibreWolf's source, patches/mozilla_dirs.patch (Firefox's folders renamed)"},
+        {Family::Firefox,
+         "Waterfox",
+         {support("Waterfox")},
+         support("Waterfox/NativeMessagingHosts"),
+         {"/Library/Application Support/Waterfox/NativeMessagingHosts"},
+         {},
+         "",
+         "",
+         "",
+         kWaterfoxSource},
     };
 }
 
@@ -286,6 +299,16 @@ std::vector<Browser> linuxBrowsers() {
          "",
          "",
          "LibreWolf's source, patches/mozilla_dirs.patch (Firefox's folders renamed)"},
+        {Family::Firefox,
+         "Waterfox",
+         {".waterfox"},
+         ".waterfox/native-messaging-hosts",
+         {"/usr/lib/waterfox/native-messaging-hosts", "/usr/lib64/waterfox/native-messaging-hosts"},
+         {},
+         "",
+         "",
+         "",
+         kWaterfoxSource},
     };
 }
 

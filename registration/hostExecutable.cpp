@@ -3,12 +3,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
-
-#if defined(__APPLE__)
-#include <sys/xattr.h>
-#endif
 
 #include "application.h"
 #include "programRun.h"
@@ -18,7 +15,7 @@ namespace {
 using Fault = HostExecutable::Fault;
 
 // As long as a browser's user would wait; the host answers at once.
-constexpr std::chrono::seconds kVersionLimit(5);
+constexpr std::chrono::seconds kAnswerLimit(5);
 
 // macOS runs an application opened from where it was downloaded from a randomised read-only
 // copy under this folder (Gatekeeper path randomisation), gone once the application quits.
@@ -34,9 +31,11 @@ HostExecutable found(Fault fault, const std::string& problem, const std::string&
 
 const std::string kReinstall = "Run install again with --executable naming the host's file.";
 
+// Asked of the system's own xattr tool: the cross build's macOS headers carry no sys/xattr.h.
 bool isQuarantined(const std::string& path) {
 #if defined(__APPLE__)
-    return getxattr(path.c_str(), "com.apple.quarantine", nullptr, 0, 0, 0) >= 0;
+    return ProgramRun::run({"/usr/bin/xattr", "-p", "com.apple.quarantine", path}, kAnswerLimit)
+        .exitedWith(0);
 #else
     (void)path;
     return false;
@@ -45,16 +44,16 @@ bool isQuarantined(const std::string& path) {
 
 // What the file does when asked --version, unless it answers as the host.
 std::string versionProblem(const std::string& path) {
-    const ProgramRun run = ProgramRun::run({path, "--version"}, kVersionLimit);
+    const ProgramRun run = ProgramRun::run({path, "--version"}, kAnswerLimit);
     const std::string expected = std::string(Application::Version) + "\n";
     if (run.spawnError != 0) {
         return "the system does not run it: " + std::string(std::strerror(run.spawnError));
     }
     if (run.timedOut) {
-        return "it did not answer --version within " + std::to_string(kVersionLimit.count()) + " s";
+        return "it did not answer --version within " + std::to_string(kAnswerLimit.count()) + " s";
     }
     if (run.exitStatus != 0 || run.output != expected) {
-        std::string answer = run.output.substr(0, run.output.find('\n'));
+        const std::string answer = run.output.substr(0, run.output.find('\n'));
         return "it answers --version with '" + answer.substr(0, 80) + "' and exit status " +
                std::to_string(run.exitStatus) + ", not the host's " + Application::Version;
     }
@@ -107,14 +106,13 @@ HostExecutable HostExecutable::check(const std::string& path, bool forAllUsers,
     if (result.fault != Fault::None || geteuid() == 0) {
         return result;
     }
-    result.versionAsked = true;
     const std::string problem = versionProblem(path);
     if (!problem.empty()) {
         result = found(Fault::NotTheHost, path + " is not the host: " + problem,
                        "Run install again with --executable naming the Quorvel native messaging "
                        "host.");
-        result.versionAsked = true;
     }
+    result.versionAsked = true;
     return result;
 }
 

@@ -55,6 +55,19 @@ bool samePath(const std::string& a, const std::string& b) {
     return fs::path(a).lexically_normal() == fs::path(b).lexically_normal();
 }
 
+// Why nothing was written when browsers are in use, and what to do, as the lines above said.
+std::string nothingWrittenFor(bool sandboxed, bool unasked) {
+    std::string why = sandboxed ? "sandboxed builds that cannot start the host" : "";
+    std::string what = sandboxed ? "Install the browser from the distribution's or its maker's "
+                                   "package, start it once, then run install again."
+                                 : "";
+    if (unasked) {
+        why += (sandboxed ? ", or " : "") + std::string("of a family given no extension id");
+        what += (sandboxed ? " " : "") + std::string("Give the extension's id of their family.");
+    }
+    return "Nothing written: the browsers in use are " + why + " (see above). " + what;
+}
+
 }  // namespace
 
 Registrar::Registrar(const CommandLine& line, std::ostream& out, std::ostream& err)
@@ -108,6 +121,7 @@ int Registrar::install() {
         if (line.ids(browser.family).empty()) {
             out << browser.name << ": skipped, no --" << familyName(browser.family)
                 << "-extension-id given\n";
+            unasked += Presence::of(browser, line).kind == Presence::Kind::InUse ? 1 : 0;
         } else if (line.system) {
             installForSystem(browser);
         } else {
@@ -117,10 +131,8 @@ int Registrar::install() {
     if (failed) {
         out << "Some manifests could not be written (see above): those browsers will not find "
                "the host.\n";
-    } else if (written == 0 && sandboxed > 0) {
-        out << "Nothing written: the browsers in use are sandboxed builds that cannot start the "
-               "host (see above). Install the browser from the distribution's or its maker's "
-               "package, start it once, then run install again.\n";
+    } else if (written == 0 && (sandboxed > 0 || unasked > 0)) {
+        out << nothingWrittenFor(sandboxed > 0, unasked > 0) << "\n";
     } else if (written == 0) {
         out << "Nothing written: no browser is in use in " << line.home
             << ". Start the browser once, then run install again, or add --all to write for "

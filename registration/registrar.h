@@ -32,5 +32,6 @@ class Registrar {
     int written = 0;
     int removed = 0;
     int sandboxed = 0;  // browsers skipped as sandboxed builds only
+    int unasked = 0;    // browsers in use skipped for want of an id of their family
     bool failed = false;
 };

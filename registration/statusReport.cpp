@@ -178,23 +178,28 @@ const HostExecutable& StatusReport::executable(const std::string& path, bool for
     return known->second;
 }
 
+BrowserVerdict::Lookup StatusReport::emptyLookup(Family family) {
+    BrowserVerdict::Lookup lookup;
+    lookup.family = family;
+    lookup.platform = line.platform;
+    lookup.executable = [this](const std::string& path, bool forAllUsers) {
+        return executable(path, forAllUsers);
+    };
+    return lookup;
+}
+
 BrowserVerdict::Lookup StatusReport::lookupOf(const Browser& browser) {
     const Browser* folders =
         browser.readsAllOf.empty() ? &browser : browserNamed(line.platform, browser.readsAllOf);
     const Browser* system = browser.readsSystemOf.empty()
                                 ? folders
                                 : browserNamed(line.platform, browser.readsSystemOf);
-    BrowserVerdict::Lookup lookup;
-    lookup.family = browser.family;
-    lookup.platform = line.platform;
+    BrowserVerdict::Lookup lookup = emptyLookup(browser.family);
     lookup.userFile = Manifest::fileIn(line.inHome(*folders, folders->userFolder));
     for (const std::string& folder : system->systemFolders) {
         lookup.systemFiles.push_back(Manifest::fileIn(line.root + folder));
     }
     lookup.policy = BrowserPolicy::read(browser, line.platform, line.root, userName());
-    lookup.executable = [this](const std::string& path, bool forAllUsers) {
-        return executable(path, forAllUsers);
-    };
     return lookup;
 }
 
@@ -221,13 +226,8 @@ json StatusReport::browserEntry(const Browser& browser) {
 
 json StatusReport::folderEntry() {
     const Family family = *line.folderFamily;
-    BrowserVerdict::Lookup lookup;
-    lookup.family = family;
-    lookup.platform = line.platform;
+    BrowserVerdict::Lookup lookup = emptyLookup(family);
     lookup.userFile = Manifest::fileIn(line.folder);
-    lookup.executable = [this](const std::string& path, bool forAllUsers) {
-        return executable(path, forAllUsers);
-    };
     json entry = {{"name", line.folder},
                   {"family", familyName(family)},
                   {"profile", "unknown"},

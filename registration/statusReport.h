@@ -28,6 +28,8 @@ class StatusReport {
     nlohmann::json folderEntry();
     nlohmann::json manifestEntry(const std::string& scope, const std::string& folder,
                                  Family family);
+    // A lookup of the family that reads no folder yet, checking executables through this report.
+    BrowserVerdict::Lookup emptyLookup(Family family);
     BrowserVerdict::Lookup lookupOf(const Browser& browser);
     // Each executable is checked once per run, for this user or for all.
     const HostExecutable& executable(const std::string& path, bool forAllUsers);

@@ -65,7 +65,7 @@ expect_manifests() {
         fail "expected manifests in exactly $*: $(listing)"
     for folder in "$@"; do
         file="$work/$folder/$manifest" key=allowed_origins allowed=("${chromeOrigins[@]}")
-        [[ ! $folder =~ [Mm]ozilla|[Ll]ibre[Ww]olf ]] || key=allowed_extensions allowed=("$firefoxId")
+        [[ ! $folder =~ [Mm]ozilla|[Ll]ibre[Ww]olf|[Ww]aterfox ]] || key=allowed_extensions allowed=("$firefoxId")
         jq -e --arg path "$host" --arg key "$key" --args 'has("description") and del(.description) ==
             {name: "com.quorvel.nativemessagehost", path: $path, type: "stdio", ($key): $ARGS.positional}' \
             "${allowed[@]}" <"$file" >/dev/null || fail "wrong manifest in $folder: $(cat "$file")"
@@ -104,6 +104,13 @@ mkdir -p "$MANIFEST_ROOT" "$HOME/.config/google-chrome" "$HOME/.config/BraveSoft
 before=$(listing) inUse=3
 
 refused uninstall --executable bin/QuorvelNativeMessageHost
+# A mistyped command or option is refused with the name meant; each command has its own help.
+refused statsu
+grep -qF "did you mean status?" "$work/error" || fail "no suggestion for statsu: $(cat "$work/error")"
+refused install --executable="$host" "${ids[@]}" --sytem
+grep -qF "did you mean --system?" "$work/error" || fail "no suggestion for --sytem: $(cat "$work/error")"
+expect_run 0 "--firefox-extension-id" install --help
+[ "$(tool --version)" = 1.2.0 ] || fail "--version does not print the host's version"
 refused install --executable "$work/missing" "${ids[@]}"
 # What install must refuse after --executable HOST: a case a string, split into words.
 for bad in "--chrome-extension-id ${chromeId/p/q}" "--chrome-extension-id ${chromeId}a" \
@@ -119,6 +126,8 @@ done
 expect_run 1 "Some browser in use would not start the host" status
 grep -qF 'The extension gets: "No such native application com.quorvel.nativemessagehost"' "$work/out" ||
     fail "status does not give Firefox's error: $(cat "$work/out")"
+status_json && jq -e '(.sound | not) and .manifestsFound == 0 and (.starts | not)' "$work/status" >/dev/null ||
+    fail "status --json: sound or starting without a manifest: $(cat "$work/status")"
 grep -qF "nothing listens at /tmp/quorvel$(printf %s "$HOME" | sha1) " "$work/out" ||
     fail "status does not look for the agent at the fake user's socket: $(cat "$work/out")"
 
@@ -136,6 +145,7 @@ status_json --chrome-extension-id "$chromeId" && jq -e '.sound and .manifestsFou
     and (.fix | test("package"))) and (.browsers[] | select(.name == "Google Chrome") | .browserError == null
     and .fix == null and (.reads | endswith("google-chrome/NativeMessagingHosts/'"$manifest"'")))' \
     "$work/status" >/dev/null || fail "status --json: not the three sound manifests, or not Chromium's Flatpak alone failing"
+expect_run 1 "Some browser in use would not start the host" status
 expect_run 0 "Every browser in use would start the host." status --folder "$portable" --family firefox
 
 # An administrator's policy that blocklists every host forbids Chrome until it allows this one.
@@ -149,7 +159,7 @@ echo '{"NativeMessagingAllowlist": ["com.quorvel.nativemessagehost"]}' >"$polici
 status_json --chrome-extension-id="$chromeId2" && jq -e '.browsers[] | select(.name == "Google Chrome")
     | .starts and .policy.allowlist == ["com.quorvel.nativemessagehost"]' "$work/status" >/dev/null ||
     fail "status --json: the allowlist did not let Chrome start the host"
-rm -r "$MANIFEST_ROOT/etc"
+rm -r "${MANIFEST_ROOT:?}/etc"
 status_json --chrome-extension-id "${chromeId/a/b}" && jq -e '.browsers[] | select(.name == "Google Chrome")
     | .browserError == "Access to the specified native messaging host is forbidden." and (.fix | test("--chrome-extension-id"))' \
     "$work/status" >/dev/null || fail "status --json: an id the manifest does not allow is not forbidden"
@@ -191,6 +201,10 @@ mv "$HOME" "$work/away" && mkdir -p "$HOME/.var/app/org.chromium.Chromium"
 expect_run 1 "the browsers in use are sandboxed builds" install --executable "$host" "${ids[@]}"
 rm -r "$HOME/.var"
 expect_run 1 "Start the browser once" install --executable "$host" "${ids[@]}"
+mkdir "$HOME/.mozilla"
+expect_run 1 "the browsers in use are of a family given no extension id" install \
+    --executable "$host" --chrome-extension-id "$chromeId"
+rmdir "$HOME/.mozilla"
 mkdir -p "$work/xdg/chromium"
 XDG_CONFIG_HOME="$work/xdg" expect_run 0 "Chromium: wrote $work/xdg/chromium/NativeMessagingHosts/$manifest" \
     install --executable "$host" "${ids[@]}"
@@ -205,7 +219,7 @@ if [ "$(id -u)" = 0 ]; then
     uninstall_leaves_nothing
 fi
 
-install_everywhere --all home/{.mozilla,.librewolf}/native-messaging-hosts \
+install_everywhere --all home/{.mozilla,.librewolf,.waterfox}/native-messaging-hosts \
     home/.config/{google-chrome{,-beta,-unstable,-for-testing},chromium,microsoft-edge,vivaldi}/NativeMessagingHosts \
     home/.config/BraveSoftware/Brave-Browser/NativeMessagingHosts
 # What a browser started after install --all put in a folder the tool made stays; records go.
@@ -218,7 +232,7 @@ rm -r "$HOME/.config/vivaldi"
 
 # For all users, under any umask: folders 0755, manifests 0644.
 (umask 077 && install_everywhere --system root/etc/{opt/chrome,chromium,opt/edge}/native-messaging-hosts \
-    root/usr/{lib,lib64}/{mozilla,librewolf}/native-messaging-hosts)
+    root/usr/{lib,lib64}/{mozilla,librewolf,waterfox}/native-messaging-hosts)
 (umask 077 && tool install --system --executable "$host" "${ids[@]}" >/dev/null)
 [ "$(find "$MANIFEST_ROOT"/* \( -type d ! -perm 0755 \) -o \( -type f ! -perm 0644 \))" = "" ] ||
     fail "system folders or manifests not open to all: $(ls -lR "$MANIFEST_ROOT")"
@@ -231,7 +245,7 @@ tool install --executable "$host" "${ids[@]}" >/dev/null
 expect_manifests "$mac/"{BraveSoftware/Brave-Browser,Google/Chrome}/NativeMessagingHosts
 uninstall_leaves_nothing
 install_everywhere --all "$mac/"{Google/Chrome,Microsoft\ Edge}{,\ Beta,\ Dev,\ Canary}/NativeMessagingHosts \
-    "$mac/"{Chromium,BraveSoftware/Brave-Browser,Vivaldi,Arc/User\ Data,Mozilla,LibreWolf}/NativeMessagingHosts
+    "$mac/"{Chromium,BraveSoftware/Brave-Browser,Vivaldi,Arc/User\ Data,Mozilla,LibreWolf,Waterfox}/NativeMessagingHosts
 install_everywhere --system root/Library/{Google/Chrome,Microsoft/Edge}/NativeMessagingHosts \
-    "root/Library/Application Support/"{Chromium,Mozilla,LibreWolf}/NativeMessagingHosts
+    "root/Library/Application Support/"{Chromium,Mozilla,LibreWolf,Waterfox}/NativeMessagingHosts
 echo "All registration checks passed."
