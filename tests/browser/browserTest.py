@@ -311,6 +311,10 @@ def arguments_and_folder(pid):
     return cmdline.decode().split("\0")[1:-1], Path(os.readlink(f"/proc/{pid}/cwd"))
 
 
+def earlier_hosts_ended(session):
+    wait_for(lambda: not host_pids(session.host), "the hosts of earlier connections to end")
+
+
 # Has the extension connect, which starts the host (once the hosts of earlier connections have
 # ended), and prints how the browser started it.
 # On Linux, strace watches the host from outside: the browser stays its parent and its signals
@@ -318,7 +322,7 @@ def arguments_and_folder(pid):
 # returns: strace's attaching cuts short a write the host is blocked in, which counts as a failed
 # send. Returns None on macOS, where how the host ends is not observed.
 def start_host(session):
-    wait_for(lambda: not host_pids(session.host), "the hosts of earlier connections to end")
+    earlier_hosts_ended(session)
     session.commands.put({"connect": True})
     (pid,) = wait_for(lambda: host_pids(session.host), "the browser to start the host")
     arguments, folder = arguments_and_folder(pid)
@@ -421,11 +425,12 @@ def verdict(session):
 
 
 # What a new connection of the extension comes to: "delivered" when its message reaches the
-# agent, "started" when, without a message, the host starts (it then disconnects), else the error
+# agent, "started" when, without a message, a host starts (it then disconnects), else the error
 # that the browser closed the port with. Without a message the error is the browser's first
 # word: Chromium writes a message to a host that could not start, and its failed write may be
 # reported ("Error when communicating with the native messaging host.") before the exit.
 def connection(session, message=None):
+    earlier_hosts_ended(session)
     session.commands.put({"connect": True, "post": [message] if message else []})
 
     def outcome():
