@@ -186,8 +186,8 @@ class Marionette:
         return (result or {}).get("value")
 
 
-# Starts the headless browser in a process group of its own, its output going to the log, and
-# returns its process id and, for Firefox, its Marionette connection. A Chromium-family browser
+# Starts the headless browser in a process group of its own, its output going to the log, that
+# the stack stops; returns, for Firefox, its Marionette connection. A Chromium-family browser
 # reads DevTools commands on descriptor 3 and answers on 4; over them it loads the unpacked
 # extension, whose id must be the expected one. posix_spawn places the pipe's ends there without
 # running Python code in the child, which the threads already serving the extension rule out.
@@ -201,18 +201,17 @@ def start_browser(browser, options, extension, expected_id, environment, output,
         pid = os.posix_spawn(command[0], command, environment, file_actions=actions, setpgroup=0)
         stack.callback(os.waitpid, pid, 0)
         stack.callback(os.killpg, pid, signal.SIGKILL)
-        return pid
     if browser != "chromium":
-        pid = spawn()
+        spawn()
         port = Path(options[options.index("--profile") + 1], "MarionetteActivePort")
         marionette = Marionette(int(wait_for(lambda: port.exists() and port.read_text(),
                                              "Firefox to listen for Marionette")))
         installed = marionette.call("Addon:Install", path=str(extension), temporary=True)
         assert installed == expected_id, f"extension not installed: {installed}"
-        return pid, marionette
+        return marionette
     (commands_end, commands), (answers, answers_end) = os.pipe(), os.pipe()
     actions += [(os.POSIX_SPAWN_DUP2, commands_end, 3), (os.POSIX_SPAWN_DUP2, answers_end, 4)]
-    pid = spawn()
+    spawn()
     os.close(commands_end)
     os.close(answers_end)
     load = {"id": 1, "method": "Extensions.loadUnpacked", "params": {"path": str(extension)}}
@@ -220,7 +219,7 @@ def start_browser(browser, options, extension, expected_id, environment, output,
     with os.fdopen(answers, "rb") as replies:
         reply = devtools_reply(replies, load["id"])
     assert reply.get("result", {}).get("id") == expected_id, f"extension not loaded: {reply}"
-    return pid, None  # closing its end of the commands would stop the browser: it stays open
+    return None  # closing its end of the commands would stop the browser: it stays open
 
 
 # The browser's reply to the command with the given id; {} when the browser has gone first.
@@ -268,9 +267,8 @@ def open_session(browser, build_dir, stack):
     stack.callback(lambda: [os.kill(pid, signal.SIGKILL) for pid in host_pids(host)])
     stack.push(lambda failed, *_: failed not in (None, Skipped) and print(
         (work / "browser.log").read_text(errors="replace")[-3000:], file=sys.stderr))
-    marionette = start_browser(browser, options, work / "extension", ids[1], environment, output,
-                               stack)[1]
-    if marionette:
+    if marionette := start_browser(browser, options, work / "extension", ids[1], environment,
+                                   output, stack):
         check_manifest_folder(session, marionette)
     session.commands, session.events = driver.commands, driver.events
     return session
@@ -278,8 +276,9 @@ def open_session(browser, build_dir, stack):
 
 # Firefox on macOS finds the user's folder for manifests through the system (FSFindFolder in
 # nsXREDirProvider::GetUserDataDirectoryHome), not $HOME, and whether that follows the fake home
-# is not documented: the test asks the running Firefox where it reads, and skips rather than
-# write into a real home. On Linux it is $HOME/.mozilla.
+# is not documented: the test asks the running Firefox where it reads, and skips when that is
+# outside the temporary home, where the registration tool wrote (the test never writes into a
+# real home). On Linux it is $HOME/.mozilla.
 def check_manifest_folder(session, marionette):
     marionette.call("Marionette:SetContext", value="chrome")
     folder = Path(marionette.call("WebDriver:ExecuteScript", args=[], script='return Services.'
