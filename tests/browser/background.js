@@ -4,13 +4,17 @@
 const driver = "DRIVER_URL"; // filled in by the driver when it copies the extension
 let port;
 
-const report = (event) =>
-    fetch(driver, { method: "POST", body: JSON.stringify({ event, at: Date.now() }) });
+const report = (event, error = null) =>
+    fetch(driver, { method: "POST", body: JSON.stringify({ event, error, at: Date.now() }) });
 
 function run({ connect, post = [], disconnect }) {
     if (connect) {
         port = chrome.runtime.connectNative("com.quorvel.nativemessagehost");
-        port.onDisconnect.addListener(() => report("closed"));
+        // Chromium gives the reason a port closed in runtime.lastError, Firefox in port.error.
+        port.onDisconnect.addListener((closed) => {
+            const error = chrome.runtime.lastError || closed.error;
+            report("closed", error ? error.message : null);
+        });
     }
     post.forEach((message) => port.postMessage(message));
     if (disconnect) {

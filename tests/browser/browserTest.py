@@ -3,11 +3,15 @@
 # host installed in a temporary prefix and registered by the installed QuorvelHostRegistration in
 # a temporary home folder. The host runs as a fake user (the tests' fake user library) whose home
 # is that folder, and forwards to a recording agent on that user's agent socket.
+# Then it breaks the registration as users meet it (no manifest, the extension's id missing, a
+# folder as the executable, and for Chromium an administrator's policy) and checks that the
+# browser's error is the one that QuorvelHostRegistration status names, and that its fix works.
 # ctest runs it as browserTest.py chromium|firefox BUILD_DIR; bench/browserDisconnect.py
 # measures with the same session what reaches the agent when the extension disconnects early.
 # How the host ends is seen with strace, on Linux only; on macOS that part is left out.
-import base64, contextlib, hashlib, http.server, itertools, json, os, queue, re, shlex
-import shutil, signal, socketserver, struct, subprocess, sys, tempfile, threading, time, types
+import base64, contextlib, ctypes, hashlib, http.server, itertools, json, os, queue, re, shlex
+import shutil, signal, socket, socketserver, struct, subprocess, sys, tempfile, threading, time
+import types
 from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
@@ -25,6 +29,10 @@ FAKE_USER = ("libquorvelFakeUser.dylib", "DYLD_INSERT_LIBRARIES") if MAC else \
 PROFILES = {"chromium": "Library/Application Support/Chromium" if MAC else ".config/chromium",
             "firefox": "Library/Application Support/Firefox" if MAC else ".mozilla/firefox"}
 DEADLINE = 60  # seconds; generous, as CI machines are busy
+HOST_NAME = "com.quorvel.nativemessagehost"
+# Where Chromium on Linux reads its administrator's policies; the test changes them only inside
+# a mount namespace of its own (private_policies).
+POLICY_PARENT = Path("/etc/chromium")
 MESSAGES = [{"text": "plain ASCII", "number": 1}, "unicode: żółć ☃ 日本語 🦊",
             "line\nbreaks\r\nand\ttabs", "x" * (1024 * 1024 - 2)  # 1 MiB once serialised
             ] + [{"burst": index} for index in range(20)]
@@ -51,6 +59,10 @@ class Agent(socketserver.StreamRequestHandler):
             length = struct.unpack("=I", header)[0]
             if len(payload := self.rfile.read(length)) == length:
                 self.server.frames.append(payload)
+
+
+class Skipped(Exception):
+    pass
 
 
 class Extension(http.server.BaseHTTPRequestHandler):
@@ -112,15 +124,25 @@ def install_extension(browser, work, url):
                 "--disable-background-networking", "--disable-component-update",
                 "--disable-sync", f"--user-data-dir={home / PROFILES[browser]}",
                 "--remote-debugging-pipe", "--enable-unsafe-extension-debugging"], ids
-    # Release builds load an unsigned extension that a file in the profile's extensions folder
-    # points to, once signatures are not required and such extensions are enabled.
+    # Release builds take an unsigned extension only as a temporary add-on, which start_browser
+    # installs through Marionette; it listens on a free port and names it in the profile.
     extension_id = manifest["browser_specific_settings"]["gecko"]["id"]
     profile = home / PROFILES[browser] / "test"
-    (profile / "extensions").mkdir(parents=True)
-    (profile / "extensions" / extension_id).write_text(str(extension))
-    (profile / "user.js").write_text('user_pref("xpinstall.signatures.required", false);\n'
-                                     'user_pref("extensions.autoDisableScopes", 0);\n')
-    return ["--no-remote", "--profile", str(profile)], ["--firefox-extension-id", extension_id]
+    profile.mkdir(parents=True)
+    (profile / "user.js").write_text('user_pref("marionette.port", 0);\n')
+    return ["--marionette", "-remote-allow-system-access", "--no-remote", "--profile",
+            str(profile)], ["--firefox-extension-id", extension_id]
+
+
+# The environment that makes a program run as the fake user whose home is the session's, as the
+# fake user library reads it. AddressSanitizer refuses to start when another library is
+# preloaded ahead of it, unless told not to check.
+def fake_user(work, build_dir):
+    (work / "user").write_text(str(work / "home"))
+    library, variable = FAKE_USER
+    return {"QUORVEL_FAKE_USER_FILE": str(work / "user"),
+            variable: str(Path(build_dir, "bin", library).resolve()),
+            "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"}
 
 
 # The executable that the manifest names: beside the host, so that the browser starts it in the
@@ -128,34 +150,68 @@ def install_extension(browser, work, url):
 # browser's environment, and with it the sanitizers' options. The script sets the library's
 # variables itself: macOS drops DYLD_* variables only when a protected program such as /bin/sh
 # starts, so the host it starts keeps them.
-def write_wrapper(work, host, build_dir):
-    (work / "user").write_text(str(work / "home"))
-    library, variable = FAKE_USER
-    fake_user = {"QUORVEL_FAKE_USER_FILE": work / "user", variable: Path(build_dir, "bin", library)}
+def write_wrapper(host, environment):
     wrapper = host.with_name("hostAsTestUser")
-    # AddressSanitizer refuses to start when another library is preloaded ahead of it.
     wrapper.write_text('#!/bin/sh\nexport ASAN_OPTIONS="$ASAN_OPTIONS:verify_asan_link_order=0"\n'
-                       + "".join(f"export {name}={shlex.quote(str(value))}\n"
-                                 for name, value in fake_user.items())
+                       + "".join(f"export {name}={shlex.quote(value)}\n"
+                                 for name, value in environment.items() if name != "ASAN_OPTIONS")
                        + f'exec {shlex.quote(str(host))} "$@"\n')
     wrapper.chmod(0o755)
     return wrapper
 
 
-# Starts the headless browser in a process group of its own, its output going to the log, and
-# returns its process id. A Chromium-family browser reads DevTools commands on descriptor 3 and
-# answers on 4; over them it loads the unpacked extension, whose id must be the expected one.
-# posix_spawn places the pipe's ends there without running Python code in the child, which the
-# threads already serving the extension rule out.
-def start_browser(browser, options, extension, expected_id, environment, output):
+# A client of Firefox's remote protocol, Marionette: each message is its length in decimal, a
+# colon and a JSON text; a command is [0, id, name, parameters], its answer [1, id, error, result].
+class Marionette:
+    def __init__(self, port):
+        self.connection = socket.create_connection(("127.0.0.1", port))
+        self.replies = self.connection.makefile("rb")
+        self.sent = 0
+        self.receive()  # the server's greeting
+        self.call("WebDriver:NewSession")
+
+    def receive(self):
+        length = b""
+        while (byte := self.replies.read(1)) != b":":
+            assert byte, "Firefox closed the Marionette connection"
+            length += byte
+        return json.loads(self.replies.read(int(length)))
+
+    def call(self, name, **parameters):
+        self.sent += 1
+        command = json.dumps([0, self.sent, name, parameters]).encode()
+        self.connection.sendall(b"%d:%s" % (len(command), command))
+        error, result = self.receive()[2:]
+        assert error is None, f"Marionette {name}: {error}"
+        return (result or {}).get("value")
+
+
+# Starts the headless browser in a process group of its own, its output going to the log, that
+# the stack stops; returns, for Firefox, its Marionette connection. A Chromium-family browser
+# reads DevTools commands on descriptor 3 and answers on 4; over them it loads the unpacked
+# extension, whose id must be the expected one. posix_spawn places the pipe's ends there without
+# running Python code in the child, which the threads already serving the extension rule out.
+# Firefox installs the extension as a temporary add-on when asked over Marionette.
+def start_browser(browser, options, extension, expected_id, environment, output, stack):
     command = [next(filter(None, map(shutil.which, BROWSERS[browser]))), "--headless", *options,
                "about:blank"]
     actions = [(os.POSIX_SPAWN_DUP2, output.fileno(), 1), (os.POSIX_SPAWN_DUP2, output.fileno(), 2)]
+
+    def spawn():
+        pid = os.posix_spawn(command[0], command, environment, file_actions=actions, setpgroup=0)
+        stack.callback(os.waitpid, pid, 0)
+        stack.callback(os.killpg, pid, signal.SIGKILL)
     if browser != "chromium":
-        return os.posix_spawn(command[0], command, environment, file_actions=actions, setpgroup=0)
+        spawn()
+        port = Path(options[options.index("--profile") + 1], "MarionetteActivePort")
+        marionette = Marionette(int(wait_for(lambda: port.exists() and port.read_text(),
+                                             "Firefox to listen for Marionette")))
+        installed = marionette.call("Addon:Install", path=str(extension), temporary=True)
+        assert installed == expected_id, f"extension not installed: {installed}"
+        return marionette
     (commands_end, commands), (answers, answers_end) = os.pipe(), os.pipe()
     actions += [(os.POSIX_SPAWN_DUP2, commands_end, 3), (os.POSIX_SPAWN_DUP2, answers_end, 4)]
-    pid = os.posix_spawn(command[0], command, environment, file_actions=actions, setpgroup=0)
+    spawn()
     os.close(commands_end)
     os.close(answers_end)
     load = {"id": 1, "method": "Extensions.loadUnpacked", "params": {"path": str(extension)}}
@@ -163,7 +219,7 @@ def start_browser(browser, options, extension, expected_id, environment, output)
     with os.fdopen(answers, "rb") as replies:
         reply = devtools_reply(replies, load["id"])
     assert reply.get("result", {}).get("id") == expected_id, f"extension not loaded: {reply}"
-    return pid  # closing its end of the commands would stop the browser: it stays open
+    return None  # closing its end of the commands would stop the browser: it stays open
 
 
 # The browser's reply to the command with the given id; {} when the browser has gone first.
@@ -196,21 +252,42 @@ def open_session(browser, build_dir, stack):
     environment = {name: value for name, value in os.environ.items()
                    if not name.startswith("XDG_")} | {"HOME": str(home)} | \
         ({"CFFIXED_USER_HOME": str(home)} if MAC else {})
-    subprocess.run([host.with_name("QuorvelHostRegistration"), "install", "--executable",
-                    write_wrapper(work, host, build_dir), *ids], env=environment, check=True,
-                   stdout=subprocess.DEVNULL)
+    as_user = environment | fake_user(work, build_dir)
+    # A system manifest must name an executable that every user can reach.
+    work.chmod(0o755)
+    session = types.SimpleNamespace(name=browser, home=home, host=host, ids=ids, started=started,
+                                    wrapper=write_wrapper(host, as_user), environment=as_user)
+    register(session)
+    (session.manifest,) = home.rglob(HOST_NAME + ".json")
     agent = "/tmp/quorvel" + hashlib.sha1(bytes(home)).hexdigest()
-    frames = serve(stack, socketserver.ThreadingUnixStreamServer(agent, Agent), frames=[]).frames
+    session.frames = serve(stack, socketserver.ThreadingUnixStreamServer(agent, Agent),
+                           frames=[]).frames
     stack.callback(os.unlink, agent)
     output = stack.enter_context(open(work / "browser.log", "wb"))
-    pid = start_browser(browser, options, work / "extension", ids[1], environment, output)
     stack.callback(lambda: [os.kill(pid, signal.SIGKILL) for pid in host_pids(host)])
-    stack.callback(os.waitpid, pid, 0)
-    stack.callback(os.killpg, pid, signal.SIGKILL)
-    stack.push(lambda failed, *_: failed and print(
+    stack.push(lambda failed, *_: failed not in (None, Skipped) and print(
         (work / "browser.log").read_text(errors="replace")[-3000:], file=sys.stderr))
-    return types.SimpleNamespace(name=browser, home=home, host=host, frames=frames,
-                                 commands=driver.commands, events=driver.events, started=started)
+    if marionette := start_browser(browser, options, work / "extension", ids[1], environment,
+                                   output, stack):
+        check_manifest_folder(session, marionette)
+    session.commands, session.events = driver.commands, driver.events
+    return session
+
+
+# Firefox on macOS finds the user's folder for manifests through the system (FSFindFolder in
+# nsXREDirProvider::GetUserDataDirectoryHome), not $HOME, and whether that follows the fake home
+# is not documented: the test asks the running Firefox where it reads, and skips when that is
+# outside the temporary home, where the registration tool wrote (the test never writes into a
+# real home). On Linux it is $HOME/.mozilla.
+def check_manifest_folder(session, marionette):
+    marionette.call("Marionette:SetContext", value="chrome")
+    folder = Path(marionette.call("WebDriver:ExecuteScript", args=[], script='return Services.'
+                                  'dirsvc.get("XREUserNativeManifests", Ci.nsIFile).path'))
+    if not folder.resolve().is_relative_to(session.home.resolve()):
+        raise Skipped(f"this Firefox reads its user's manifests from {folder}, outside the "
+                      "test's temporary home, where the test does not write")
+    assert session.manifest.parent.parent.resolve() == folder.resolve(), \
+        f"the registration tool wrote {session.manifest}, Firefox reads {folder}"
 
 
 def expect(session, event):
@@ -233,12 +310,18 @@ def arguments_and_folder(pid):
     return cmdline.decode().split("\0")[1:-1], Path(os.readlink(f"/proc/{pid}/cwd"))
 
 
-# Has the extension connect, which starts the host, and prints how the browser started it.
+def earlier_hosts_ended(session):
+    wait_for(lambda: not host_pids(session.host), "the hosts of earlier connections to end")
+
+
+# Has the extension connect, which starts the host (once the hosts of earlier connections have
+# ended), and prints how the browser started it.
 # On Linux, strace watches the host from outside: the browser stays its parent and its signals
 # reach the host itself, while strace records how and when it ended. Messages are for after it
 # returns: strace's attaching cuts short a write the host is blocked in, which counts as a failed
 # send. Returns None on macOS, where how the host ends is not observed.
 def start_host(session):
+    earlier_hosts_ended(session)
     session.commands.put({"connect": True})
     (pid,) = wait_for(lambda: host_pids(session.host), "the browser to start the host")
     arguments, folder = arguments_and_folder(pid)
@@ -319,6 +402,137 @@ def stop_for_update(session):
         "no update line in the log"
 
 
+# The installed registration tool, run as the session's user.
+def registration(session, *arguments, check=True, **environment):
+    return subprocess.run([session.host.with_name("QuorvelHostRegistration"), *arguments],
+                          env=session.environment | environment, check=check,
+                          stdout=subprocess.PIPE, text=True)
+
+
+def register(session, *options, ids=None, **environment):
+    registration(session, "install", "--executable", session.wrapper, *(ids or session.ids),
+                 *options, **environment)
+
+
+# What status says of the session's browser, for the test extension: the only browser in use in
+# the session's home.
+def verdict(session):
+    report = json.loads(registration(session, "status", "--json", *session.ids,
+                                     check=False).stdout)
+    (found,) = [browser for browser in report["browsers"] if browser["profile"] != "missing"]
+    return found
+
+
+# What a new connection of the extension comes to: "delivered" when its message reaches the
+# agent, "started" when, without a message, a host starts (it then disconnects), else the error
+# that the browser closed the port with. Without a message the error is the browser's first
+# word: Chromium writes a message to a host that could not start, and its failed write may be
+# reported ("Error when communicating with the native messaging host.") before the exit.
+def connection(session, message=None):
+    earlier_hosts_ended(session)
+    session.commands.put({"connect": True, "post": [message] if message else []})
+
+    def outcome():
+        if message and serialised(message) in session.frames:
+            return "delivered"
+        if not message and host_pids(session.host):
+            return "started"
+        with contextlib.suppress(queue.Empty):
+            if (report := session.events.get_nowait())["event"] == "closed":
+                return str(report["error"])
+            print(f"extension: {report['event']}")
+    if (result := wait_for(outcome, "the host to start or the port to close")) in \
+            ("delivered", "started"):
+        session.commands.put({"disconnect": True})
+        expect(session, "disconnected")
+    return result
+
+
+# A registration broken as users meet it: the browser hands the extension exactly the error
+# that status names, status says the browser does not start the host, and its fix holds fix_word.
+def check_refused(session, what, fix_word):
+    judged, error = verdict(session), connection(session)
+    print(f"{session.name}, {what}: the extension gets {error!r}")
+    assert (judged["browserError"], judged["starts"]) == (error, False), \
+        f"{what}: status judged {judged}"
+    assert fix_word in judged["fix"], f"{what}: status names another fix: {judged['fix']}"
+
+
+# Once the fix is applied, a message goes through, and status says so.
+def check_mended(session, what):
+    assert connection(session, {"mended": what}) == "delivered", f"{what}: not mended"
+    judged = verdict(session)
+    assert (judged["browserError"], judged["starts"]) == (None, True), \
+        f"{what}: status judged the mended registration {judged}"
+
+
+def check_setup(session, what, breaks, fix_word, mend):
+    breaks()
+    check_refused(session, what, fix_word)
+    mend()
+    check_mended(session, what)
+
+
+# Another extension's id, in the form of the session's browser family.
+OTHER_IDS = {"chromium": ["--chrome-extension-id", "a" * 32],
+             "firefox": ["--firefox-extension-id", "other@quorvel.example"]}
+
+
+def manifest_setups(session):
+    def executable_is_folder():
+        manifest = json.loads(session.manifest.read_text())
+        session.manifest.write_text(json.dumps(manifest | {"path": str(session.host.parent)}))
+    check_setup(session, "no manifest", session.manifest.unlink, "install",
+                lambda: register(session))
+    check_setup(session, "the manifest allows another extension",
+                lambda: register(session, ids=OTHER_IDS[session.name]), session.ids[1],
+                lambda: register(session))
+    check_setup(session, "the manifest names a folder", executable_is_folder, "install",
+                lambda: register(session))
+
+
+# From here on this process and what it starts see a copy of POLICY_PARENT in its place, in a
+# mount namespace of their own (Linux, as root): the policies the test writes reach no other
+# program and go with it, even when it is killed. Returns the folder that holds the copy at the
+# same path (a MANIFEST_ROOT for the registration tool).
+def private_policies(stack):
+    libc = ctypes.CDLL(None, use_errno=True)
+
+    def check(result):
+        if result != 0:
+            raise OSError(ctypes.get_errno(), "cannot make a private mount namespace")
+    check(libc.unshare(0x20000))  # CLONE_NEWNS
+    check(libc.mount(None, b"/", None, 0x4000 | 0x40000, None))  # MS_REC | MS_PRIVATE
+    root = Path(stack.enter_context(tempfile.TemporaryDirectory(prefix="quorvel-root-")))
+    shutil.copytree(POLICY_PARENT, root / POLICY_PARENT.relative_to("/"), symlinks=True)
+    check(libc.mount(bytes(root / POLICY_PARENT.relative_to("/")), bytes(POLICY_PARENT), None,
+                     0x1000, None))  # MS_BIND
+    stack.callback(libc.umount2, bytes(POLICY_PARENT), 2)  # MNT_DETACH
+    return root
+
+
+# An administrator's policy, in a browser started with it: one that forbids every host, mended
+# by allowing this one, which a browser started anew then follows (one that keeps running may
+# lose the extension's connection while it reloads its policies, seen with Chromium 156); and one
+# that turns user-level hosts off while only the user's manifest is there, mended by
+# registering for all users.
+def policy_setups(build_dir, root):
+    policy = POLICY_PARENT / "policies/managed/quorvel-test.json"
+    policy.parent.mkdir(parents=True, exist_ok=True)
+    what, blocked = "a policy forbids every host", {"NativeMessagingBlocklist": ["*"]}
+    policy.write_text(json.dumps(blocked))
+    with contextlib.ExitStack() as stack:
+        check_refused(open_session("chromium", build_dir, stack), what, "NativeMessagingAllowlist")
+    policy.write_text(json.dumps(blocked | {"NativeMessagingAllowlist": [HOST_NAME]}))
+    with contextlib.ExitStack() as stack:
+        check_mended(open_session("chromium", build_dir, stack), what)
+    policy.write_text(json.dumps({"NativeMessagingUserLevelHosts": False}))
+    with contextlib.ExitStack() as stack:
+        session = open_session("chromium", build_dir, stack)
+        check_setup(session, "a policy turns user-level hosts off", lambda: None, "--system",
+                    lambda: register(session, "--system", MANIFEST_ROOT=str(root)))
+
+
 # The names of what a run needs and this machine lacks: the browsers, and on Linux strace.
 def missing_tools(browsers):
     needed = {" or ".join(BROWSERS[browser]): any(map(shutil.which, BROWSERS[browser]))
@@ -336,9 +550,22 @@ def main():
         print("SKIPPED: not installed (see scripts/prerequisites.sh):", ", ".join(missing))
         return 77
     with contextlib.ExitStack() as stack:
-        session = open_session(browser, build_dir, stack)
-        forward_and_disconnect(session)
-        stop_for_update(session)
+        policies = browser == "chromium" and not MAC and os.geteuid() == 0 and \
+            POLICY_PARENT.is_dir() and private_policies(stack)
+        with contextlib.ExitStack() as session_stack:
+            try:
+                session = open_session(browser, build_dir, session_stack)
+            except Skipped as reason:
+                print(f"SKIPPED: {reason}.")
+                return 77
+            forward_and_disconnect(session)
+            manifest_setups(session)
+            stop_for_update(session)
+        if policies:
+            policy_setups(build_dir, policies)
+        elif browser == "chromium":
+            print("Policy setups skipped: they run on Linux as root, where the test gives Chromium"
+                  f" a copy of {POLICY_PARENT} of its own.")
     print(f"All {browser} checks passed.")
 
 
