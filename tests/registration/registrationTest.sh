@@ -269,7 +269,10 @@ rmdir "$HOME/.mozilla"
 mkdir -p "$work/xdg/chromium"
 XDG_CONFIG_HOME="$work/xdg" expect_run 0 "Chromium: wrote $work/xdg/chromium/NativeMessagingHosts/$manifest" \
     install --executable "$host" "${ids[@]}"
-rm -r "$work/xdg" && rmdir "$HOME" && mv "$work/away" "$HOME"
+[ -f "$work/xdg/chromium/NativeMessagingHosts/$manifest" ] &&
+    XDG_CONFIG_HOME="$work/xdg" tool uninstall --executable "$host" >/dev/null &&
+    [ ! -e "$work/xdg/chromium/NativeMessagingHosts" ] && rm -r "$work/xdg" && rmdir "$HOME" &&
+    mv "$work/away" "$HOME" || fail "install or uninstall for \$XDG_CONFIG_HOME went elsewhere: $(listing)"
 
 # Install refuses what the browsers cannot start: a folder or a special file. As root, it does
 # not run the executable with --version (the unit tests ask it as another user) and says so.
