@@ -334,7 +334,8 @@ rm -r "${notOurs[@]%/*}" "$HOME/.config/chromium"
         "$portable/$manifest" >/dev/null || fail "a manifest does not name $alias as given"
     # Every browser in use starts the host through the links but Chromium, only a Flatpak here.
     status_json && jq -e '.sound and [.browsers[] | select(.profile != "missing") | select(.starts | not)
-        | .name] == ["Chromium"]' "$work/status" >/dev/null || fail "status --json through links: $(cat "$work/status")"
+        | .name] == ["Chromium"] and ([.browsers[].manifests[] | select(.found) | .pathIsExecutable] | all)' \
+        "$work/status" >/dev/null || fail "status --json through links: $(cat "$work/status")"
     tool uninstall --executable "$alias" >/dev/null
     tool uninstall --executable "$alias" --folder "$portable" >/dev/null
     [ "$(listing)" = "$linked" ] && [ -z "$(find "$links"/{google-chrome,native-messaging-hosts} -mindepth 1)" ] ||
