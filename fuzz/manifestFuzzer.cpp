@@ -26,9 +26,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);
     for (const Family family : {Family::Chrome, Family::Firefox}) {
         const Manifest::Verdict verdict = Manifest::judge(text, family);
-        const nlohmann::json entry = {{"path", verdict.path},
-                                      {"ids", verdict.ids},
-                                      {"problems", verdict.problems}};
+        const nlohmann::json entry = {
+            {"path", verdict.path}, {"ids", verdict.ids}, {"problems", verdict.problems}};
         if (!isConsistent(verdict) ||
             entry.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).empty()) {
             std::abort();

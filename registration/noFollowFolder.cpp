@@ -5,8 +5,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <random>
-#include <sstream>
 #include <utility>
 
 namespace {
@@ -61,32 +61,6 @@ NoFollowFolder NoFollowFolder::open(const std::string& path) {
     return NoFollowFolder(::open(path.empty() ? "/" : path.c_str(), kFolderFlags));
 }
 
-std::vector<std::string> NoFollowFolder::namesBelow(const std::string& root,
-                                                    const std::string& folder) {
-    std::vector<std::string> names;
-    std::istringstream rest(folder.substr(root.size()));
-    for (std::string name; std::getline(rest, name, '/');) {
-        if (!name.empty() && name != ".") {
-            names.push_back(name);
-        }
-    }
-    return names;
-}
-
-std::vector<NoFollowFolder> NoFollowFolder::openChain(const std::string& root,
-                                                      const std::vector<std::string>& names) {
-    std::vector<NoFollowFolder> chain;
-    chain.push_back(open(root));
-    for (auto name = names.begin(); chain.back().isOpen() && name != names.end(); ++name) {
-        NoFollowFolder next = chain.back().child(*name);
-        if (!next.isOpen()) {
-            break;
-        }
-        chain.push_back(std::move(next));
-    }
-    return chain;
-}
-
 NoFollowFolder NoFollowFolder::child(const std::string& name) const {
     // ".." would climb out of the folder: it is refused like a link.
     if (name == "..") {
@@ -94,6 +68,10 @@ NoFollowFolder NoFollowFolder::child(const std::string& name) const {
         return NoFollowFolder();
     }
     return NoFollowFolder(openat(descriptor, name.c_str(), kFolderFlags | O_NOFOLLOW));
+}
+
+NoFollowFolder NoFollowFolder::parent() const {
+    return NoFollowFolder(openat(descriptor, "..", kFolderFlags));
 }
 
 bool NoFollowFolder::makeFolder(const std::string& name, mode_t mode) const {
@@ -158,6 +136,20 @@ bool NoFollowFolder::status(struct stat& status) const {
 
 bool NoFollowFolder::statusOf(const std::string& name, struct stat& status) const {
     return fstatat(descriptor, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+bool NoFollowFolder::linkText(const std::string& name, std::string& text) const {
+    std::vector<char> buffer(PATH_MAX);
+    const ssize_t length = readlinkat(descriptor, name.c_str(), buffer.data(), buffer.size());
+    if (length < 0) {
+        return false;
+    }
+    if (static_cast<std::size_t>(length) == buffer.size()) {
+        errno = ENAMETOOLONG;
+        return false;
+    }
+    text.assign(buffer.data(), static_cast<std::size_t>(length));
+    return true;
 }
 
 std::vector<std::string> NoFollowFolder::entries(bool& complete) const {

@@ -3,12 +3,11 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <sstream>
 #include <vector>
 
+#include "folderWalk.h"
 #include "manifest.h"
 
 const char* const OwnFolders::kRecordName = ".com.quorvel.nativemessagehost.created";
@@ -48,44 +47,39 @@ bool holdsOnly(const NoFollowFolder& folder, bool subfoldersOfOurs) {
     return complete;
 }
 
-// Makes the folder in the parent, records it and opens it. One that another run made meanwhile
-// is opened but not recorded: it is not this run's.
-NoFollowFolder makeRecordedFolder(const NoFollowFolder& parent, const std::string& name,
-                                  bool forAllUsers) {
+// Makes the folder in the parent and records it. One that another run made meanwhile is left
+// unrecorded: it is not this run's.
+bool makeRecordedFolder(const NoFollowFolder& parent, const std::string& name, bool forAllUsers) {
     if (!parent.makeFolder(name, kFolderMode)) {
-        return errno == EEXIST ? parent.child(name) : NoFollowFolder();
+        return errno == EEXIST;
     }
-    NoFollowFolder made = parent.child(name);
-    if (!made.isOpen() || (forAllUsers && !made.setMode(kFolderMode)) ||
-        !made.createFile(OwnFolders::kRecordName, "", kRecordMode)) {
-        return NoFollowFolder();
-    }
-    return made;
+    const NoFollowFolder made = parent.child(name);
+    return made.isOpen() && (!forAllUsers || made.setMode(kFolderMode)) &&
+           made.createFile(OwnFolders::kRecordName, "", kRecordMode);
 }
 
-// Why the folder of that name in the parent could not be opened or made.
-std::string failure(const NoFollowFolder& parent, const std::string& name, const std::string& path,
-                    bool isTarget) {
+std::string shown(const std::string& path) {
+    return path.empty() ? "/" : path;
+}
+
+// Why the walk could not take its next step.
+std::string failure(const FolderWalk& walk) {
     const int cause = errno;
+    const NoFollowFolder& parent = walk.deepest().folder;
+    const std::string path = walk.deepest().path + "/" + walk.next();
+    if (!parent.isOpen()) {
+        return std::strerror(cause) + (" (opening " + shown(walk.deepest().path) + ")");
+    }
     struct stat status {};
-    const bool exists = parent.statusOf(name, status);
-    const std::string what = isTarget ? "it is" : path + " is";
-    if (exists && S_ISLNK(status.st_mode)) {
+    const bool exists = parent.statusOf(walk.next(), status);
+    const std::string what = walk.nextIsLast() ? "it is" : path + " is";
+    if (exists && S_ISLNK(status.st_mode) && !FolderWalk::mayFollow(status)) {
         return what + " a symbolic link, which the tool does not follow";
     }
-    if (exists && !S_ISDIR(status.st_mode)) {
+    if (exists && !S_ISLNK(status.st_mode) && !S_ISDIR(status.st_mode)) {
         return what + " not a folder";
     }
-    return std::strerror(cause) + (isTarget ? "" : " (making " + path + ")");
-}
-
-std::string joined(const std::string& root, const std::vector<std::string>& names,
-                   std::size_t count) {
-    std::string path = root;
-    for (std::size_t index = 0; index < count; ++index) {
-        path += "/" + names[index];
-    }
-    return path.empty() ? "/" : path;
+    return std::strerror(cause) + (walk.nextIsLast() ? "" : " (making " + path + ")");
 }
 
 std::string whyOthersCanChange(const struct stat& status) {
@@ -101,29 +95,38 @@ std::string whyOthersCanChange(const struct stat& status) {
     return "";
 }
 
+// The first folder of the walk, from where it stands down as far as it goes, that a user other
+// than root can change: its path and why, or "".
+std::string firstChangeable(FolderWalk& walk) {
+    for (bool more = walk.deepest().folder.isOpen(); more; more = walk.step()) {
+        struct stat status {};
+        const NoFollowFolder& here = walk.deepest().folder;
+        const std::string why = here.status(status) ? whyOthersCanChange(status) : "";
+        if (!why.empty()) {
+            return shown(walk.deepest().path) + " (" + why + ")";
+        }
+    }
+    return "";
+}
+
 }  // namespace
 
 NoFollowFolder OwnFolders::create(const std::string& root, const std::string& folder,
                                   bool forAllUsers, std::string& error) {
-    const std::vector<std::string> names = NoFollowFolder::namesBelow(root, folder);
-    NoFollowFolder current = NoFollowFolder::open(root);
-    if (!current.isOpen()) {
-        error = std::strerror(errno) + std::string(" (opening ") + joined(root, names, 0) + ")";
-        return current;
+    FolderWalk walk(root, folder);
+    if (!walk.deepest().folder.isOpen()) {
+        error = std::strerror(errno) + (" (opening " + shown(root) + ")");
+        return NoFollowFolder();
     }
-    for (std::size_t depth = 0; depth < names.size(); ++depth) {
-        NoFollowFolder next = current.child(names[depth]);
-        if (!next.isOpen() && errno == ENOENT) {
-            next = makeRecordedFolder(current, names[depth], forAllUsers);
+    while (!walk.arrived()) {
+        if (!walk.step() &&
+            !(errno == ENOENT && walk.deepest().folder.isOpen() &&
+              makeRecordedFolder(walk.deepest().folder, walk.next(), forAllUsers) && walk.step())) {
+            error = failure(walk);
+            return NoFollowFolder();
         }
-        if (!next.isOpen()) {
-            error = failure(current, names[depth], joined(root, names, depth + 1),
-                            depth + 1 == names.size());
-            return next;
-        }
-        current = std::move(next);
     }
-    return current;
+    return walk.takeDeepest();
 }
 
 bool OwnFolders::holdsOnlyOurs(const std::string& folder) {
@@ -131,13 +134,15 @@ bool OwnFolders::holdsOnlyOurs(const std::string& folder) {
 }
 
 void OwnFolders::release(const std::string& root, const std::string& folder) {
-    const std::vector<std::string> names = NoFollowFolder::namesBelow(root, folder);
-    const std::vector<NoFollowFolder> chain = NoFollowFolder::openChain(root, names);
-    for (std::size_t depth = chain.size() - 1; depth > 0 && isRecorded(chain[depth]); --depth) {
-        const NoFollowFolder& here = chain[depth];
+    FolderWalk walk(root, folder);
+    walk.walkOn();
+    const std::vector<FolderWalk::Reached>& chain = walk.reached();
+    for (std::size_t depth = chain.size() - 1;
+         depth > 0 && !chain[depth].name.empty() && isRecorded(chain[depth].folder); --depth) {
+        const NoFollowFolder& here = chain[depth].folder;
         if (holdsOnly(here, false)) {
             here.removeFile(kRecordName);
-            chain[depth - 1].removeFolder(names[depth - 1]);
+            chain[depth - 1].folder.removeFolder(chain[depth].name);
         } else if (holdsOnly(here, true)) {
             return;
         } else {
@@ -147,22 +152,21 @@ void OwnFolders::release(const std::string& root, const std::string& folder) {
 }
 
 std::string OwnFolders::changeableByOthers(const std::string& root, const std::string& folder) {
-    char real[PATH_MAX];
-    if (realpath(root.empty() ? "/" : root.c_str(), real) == nullptr) {
-        return "";  // nothing to write into: the write itself will say so
+    // The root's own path, where another user's link would redirect every write below it; then
+    // below the root, where a write names such a link and goes on with the other folders.
+    FolderWalk toRoot("", root);
+    std::string why = firstChangeable(toRoot);
+    struct stat link {};
+    if (why.empty() && !toRoot.arrived() && toRoot.deepest().folder.isOpen() &&
+        toRoot.deepest().folder.statusOf(toRoot.next(), link) && S_ISLNK(link.st_mode) &&
+        !FolderWalk::mayFollow(link)) {
+        why = toRoot.deepest().path + "/" + toRoot.next() + " (a symbolic link owned by user id " +
+              std::to_string(link.st_uid) + ")";
     }
-    // The root's own folders as they really are, then those below it as far as they exist.
-    std::vector<std::string> names = NoFollowFolder::namesBelow("", real);
-    for (const std::string& name : NoFollowFolder::namesBelow(root, folder)) {
-        names.push_back(name);
+    if (!why.empty() || !toRoot.arrived()) {
+        return why;
     }
-    const std::vector<NoFollowFolder> chain = NoFollowFolder::openChain("", names);
-    for (std::size_t depth = 0; depth < chain.size(); ++depth) {
-        struct stat status {};
-        const std::string why = chain[depth].status(status) ? whyOthersCanChange(status) : "";
-        if (!why.empty()) {
-            return joined("", names, depth) + " (" + why + ")";
-        }
-    }
-    return "";
+    const std::string& real = toRoot.deepest().path;
+    FolderWalk belowRoot(real, real + folder.substr(root.size()));
+    return firstChangeable(belowRoot);
 }

@@ -6,7 +6,8 @@
 
 // The folders the tool creates for its manifests, each recorded by a file inside it, so that
 // uninstall removes exactly those and a browser's profile made by the tool alone does not count
-// as in use. Below the root a folder is named from ("" for "/"), no symbolic link is followed.
+// as in use. Below the root a folder is named from ("" for "/"), a symbolic link is followed only
+// when this user or root owns it (FolderWalk).
 class OwnFolders {
   public:
     static const char* const kRecordName;  // ".com.quorvel.nativemessagehost.created"
@@ -25,8 +26,9 @@ class OwnFolders {
     // something in since. Stops below a folder still needed by another of the tool's manifests.
     static void release(const std::string& root, const std::string& folder);
 
-    // The first folder from "/" down to the folder, as far as it exists, that a user other than
-    // root can change: owned by another user, or writable by group or others without the sticky
-    // bit. Its path and why, or "" when there is none.
+    // The first folder from "/" down to the folder, as far as it exists and where root's links
+    // lead, that a user other than root can change: owned by another user, or writable by group
+    // or others without the sticky bit; or a link of another user on the way to the root. Its
+    // path and why, or "" when there is none.
     static std::string changeableByOthers(const std::string& root, const std::string& folder);
 };

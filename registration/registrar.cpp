@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "folderWalk.h"
 #include "hostExecutable.h"
 #include "manifest.h"
 #include "ownFolders.h"
@@ -75,6 +76,11 @@ bool Registrar::foldersAreSafe() {
     return true;
 }
 
+std::string Registrar::startFor(const std::string& folder) const {
+    const std::string home = line.home + "/";
+    return folder.compare(0, home.size(), home) == 0 ? line.home : "";
+}
+
 void Registrar::write(const std::string& name, const std::string& root, const std::string& folder,
                       Family family) {
     std::string error;
@@ -98,7 +104,8 @@ void Registrar::write(const std::string& name, const std::string& root, const st
 void Registrar::installForUser(const Browser& browser) {
     const Presence presence = Presence::of(browser, line);
     if (presence.kind == Presence::Kind::InUse || line.all) {
-        write(browser.name, line.home, line.inHome(browser, browser.userFolder), browser.family);
+        const std::string folder = line.inHome(browser, browser.userFolder);
+        write(browser.name, startFor(folder), folder, browser.family);
     } else if (presence.kind == Presence::Kind::Sandboxed) {
         out << browser.name << ": skipped, " << presence.note << "\n";
         ++sandboxed;
@@ -159,11 +166,11 @@ int Registrar::install() {
 void Registrar::remove(const std::string& name, const std::string& root,
                        const std::string& folder) {
     const std::string file = Manifest::fileIn(folder);
-    const std::vector<std::string> names = NoFollowFolder::namesBelow(root, folder);
-    const std::vector<NoFollowFolder> chain = NoFollowFolder::openChain(root, names);
-    const NoFollowFolder& here = chain.back();
+    FolderWalk walk(root, folder);
+    const bool reached = walk.walkOn();
+    const NoFollowFolder& here = walk.deepest().folder;
     struct stat status {};
-    if (chain.size() == names.size() + 1 && here.statusOf(Manifest::kFileName, status)) {
+    if (reached && here.statusOf(Manifest::kFileName, status)) {
         std::string problem;
         const std::string registered =
             Manifest::registeredPath(Manifest::readIn(here.fd(), Manifest::kFileName, problem));
@@ -197,7 +204,8 @@ int Registrar::uninstall() {
     } else {
         for (const Browser& browser : browserTable(line.platform)) {
             if (!line.system) {
-                remove(browser.name, line.home, line.inHome(browser, browser.userFolder));
+                const std::string folder = line.inHome(browser, browser.userFolder);
+                remove(browser.name, startFor(folder), folder);
                 continue;
             }
             for (const std::string& folder : browser.systemFolders) {

@@ -27,8 +27,11 @@ class Registrar {
     // As root for all users: no folder on the way that another user could change, by which they
     // could redirect the writes.
     bool foldersAreSafe();
+    // Where a walk to a folder of this user's starts: the home folder, whose links the user
+    // chose, when the folder is in it (it may be under $XDG_CONFIG_HOME elsewhere); else "/".
+    std::string startFor(const std::string& folder) const;
     // Writes the manifest of the family into the folder below root ("" for "/"), whole or not at
-    // all, following no symbolic link below root.
+    // all, following below root only the links of this user or root.
     void write(const std::string& name, const std::string& root, const std::string& folder,
                Family family);
     void installForUser(const Browser& browser);

@@ -89,9 +89,41 @@ TEST(OwnFoldersTest, FailureNamesTheFolderThatCouldNotBeMadeAndWhy) {
     EXPECT_EQ(error, (dir.path() / "file").string() + " is not a folder");
 }
 
-// A link planted before the run, in place of a folder on the way or of the folder itself:
-// nothing is made, changed or removed where it leads.
-TEST(OwnFoldersTest, LinksBelowTheRootAreNeverFollowed) {
+// A dotfile manager's links, relative (up past the folder the walk starts in) and absolute: the
+// tool makes its folders where they lead, as a browser would, and uninstall removes only those.
+TEST(OwnFoldersTest, TheUsersOwnLinksAreFollowed) {
+    TempDir dir;
+    const fs::path home = dir.path() / "home";
+    fs::create_directories(home);
+    fs::create_directories(dir.path() / "dotfiles/config");
+    fs::create_directory_symlink("../dotfiles/config", home / ".config");
+    fs::create_directory_symlink(dir.path() / "dotfiles", home / ".mozilla");
+    const std::string before = listing(dir.path());
+    const std::string chrome = (home / ".config/google-chrome/NativeMessagingHosts").string();
+    const std::string firefox = (home / ".mozilla/native-messaging-hosts").string();
+
+    std::string error;
+    ASSERT_TRUE(OwnFolders::create(home.string(), chrome, false, error).isOpen()) << error;
+    ASSERT_TRUE(OwnFolders::create(home.string(), firefox, false, error).isOpen()) << error;
+    EXPECT_TRUE(
+        fs::is_directory(dir.path() / "dotfiles/config/google-chrome/NativeMessagingHosts"));
+    EXPECT_TRUE(fs::is_directory(dir.path() / "dotfiles/native-messaging-hosts"));
+    fs::create_directory_symlink("loop", home / "loop");
+    EXPECT_FALSE(
+        OwnFolders::create(home.string(), (home / "loop/hosts").string(), false, error).isOpen());
+    EXPECT_EQ(error, "Too many levels of symbolic links (making " + (home / "loop").string() + ")");
+    fs::remove(home / "loop");
+    OwnFolders::release(home.string(), chrome);
+    OwnFolders::release(home.string(), firefox);
+    EXPECT_EQ(listing(dir.path()), before);
+}
+
+// A link that another user planted before a run as root, in place of a folder on the way or of
+// the folder itself: nothing is made, changed or removed where it leads.
+TEST(OwnFoldersTest, LinksOfOtherUsersAreNeverFollowedAsRoot) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root: the links must be another user's";
+    }
     TempDir dir;
     const fs::path root = dir.path() / "root";
     const fs::path outside = dir.path() / "outside";
@@ -101,6 +133,8 @@ TEST(OwnFoldersTest, LinksBelowTheRootAreNeverFollowed) {
     chmod(outside.c_str(), 0700);
     fs::create_directory_symlink(outside, root / "usr");
     fs::create_directory_symlink(outside, root / "etc/opt/chrome/native-messaging-hosts");
+    ASSERT_EQ(lchown((root / "usr").c_str(), 65534, 0), 0);
+    ASSERT_EQ(lchown((root / "etc/opt/chrome/native-messaging-hosts").c_str(), 65534, 0), 0);
     const std::string before = listing(dir.path());
 
     std::string error;
@@ -138,7 +172,23 @@ TEST(OwnFoldersTest, FoldersOtherUsersCanChangeAreNamedAsRoot) {
     ASSERT_EQ(chown((root / "etc/opt").c_str(), 65534, 0), 0);
     EXPECT_EQ(OwnFolders::changeableByOthers(root.string(), chrome),
               std::string(real) + "/etc/opt (owned by user id 65534)");
+    // Root's own link is followed, also into a folder that another user owns, which is named.
+    ASSERT_EQ(chown((root / "etc/opt").c_str(), 0, 0), 0);
+    const fs::path theirs = fs::path(real).parent_path() / "theirs";
+    fs::create_directories(theirs / "chrome");
+    ASSERT_EQ(chown(theirs.c_str(), 65534, 0), 0);
+    fs::create_directory_symlink(theirs, root / "etc/opt/linked");
+    EXPECT_EQ(
+        OwnFolders::changeableByOthers(root.string(), (root / "etc/opt/linked/chrome").string()),
+        theirs.string() + " (owned by user id 65534)");
     ASSERT_EQ(chown(root.c_str(), 65534, 0), 0);
     EXPECT_EQ(OwnFolders::changeableByOthers(root.string(), chrome),
               std::string(real) + " (owned by user id 65534)");
+    // Another user's link on the way to the root would lead every write: it is named.
+    fs::create_directory_symlink(root, dir.path() / "planted");
+    ASSERT_EQ(lchown((dir.path() / "planted").c_str(), 65534, 0), 0);
+    EXPECT_EQ(OwnFolders::changeableByOthers((dir.path() / "planted").string(),
+                                             (dir.path() / "planted/etc").string()),
+              (fs::path(real).parent_path() / "planted").string() +
+                  " (a symbolic link owned by user id 65534)");
 }

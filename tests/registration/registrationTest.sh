@@ -8,7 +8,8 @@
 set -euo pipefail
 
 buildDir=$1 fakeUserLibrary=$2
-# Its real path: the tool follows no symbolic link below / in a --folder (on macOS, /var is one).
+# Its real path, which the tool names where it checks the folders on the way as root (on macOS,
+# /var is a link).
 work=$(cd "$(mktemp -d)" && pwd -P)
 trap 'rm -rf "$work"' EXIT
 # Linux's folders until the macOS checks at the end.
@@ -268,7 +269,10 @@ rmdir "$HOME/.mozilla"
 mkdir -p "$work/xdg/chromium"
 XDG_CONFIG_HOME="$work/xdg" expect_run 0 "Chromium: wrote $work/xdg/chromium/NativeMessagingHosts/$manifest" \
     install --executable "$host" "${ids[@]}"
-rm -r "$work/xdg" && rmdir "$HOME" && mv "$work/away" "$HOME"
+[ -f "$work/xdg/chromium/NativeMessagingHosts/$manifest" ] &&
+    XDG_CONFIG_HOME="$work/xdg" tool uninstall --executable "$host" >/dev/null &&
+    [ ! -e "$work/xdg/chromium/NativeMessagingHosts" ] && rm -r "$work/xdg" && rmdir "$HOME" &&
+    mv "$work/away" "$HOME" || fail "install or uninstall for \$XDG_CONFIG_HOME went elsewhere: $(listing)"
 
 # Install refuses what the browsers cannot start: a folder or a special file. As root, it does
 # not run the executable with --version (the unit tests ask it as another user) and says so.
@@ -328,7 +332,10 @@ rm -r "${notOurs[@]%/*}" "$HOME/.config/chromium"
     tool install --executable "$alias" "${ids[@]}" --folder "$portable" --family firefox >/dev/null
     jq -se --arg path "$alias" 'map(.path) == [$path, $path, $path]' "$links"/{google-chrome/NativeMessagingHosts,native-messaging-hosts}/$manifest \
         "$portable/$manifest" >/dev/null || fail "a manifest does not name $alias as given"
-    expect_run 0 "Every manifest found is sound." status
+    # Every browser in use starts the host through the links but Chromium, only a Flatpak here.
+    status_json && jq -e '.sound and [.browsers[] | select(.profile != "missing") | select(.starts | not)
+        | .name] == ["Chromium"] and ([.browsers[].manifests[] | select(.found) | .pathIsExecutable] | all)' \
+        "$work/status" >/dev/null || fail "status --json through links: $(cat "$work/status")"
     tool uninstall --executable "$alias" >/dev/null
     tool uninstall --executable "$alias" --folder "$portable" >/dev/null
     [ "$(listing)" = "$linked" ] && [ -z "$(find "$links"/{google-chrome,native-messaging-hosts} -mindepth 1)" ] ||
@@ -337,13 +344,14 @@ rm -r "${notOurs[@]%/*}" "$HOME/.config/chromium"
     mv "$links/google-chrome" "$work/home/.config/"
 )
 
-# As root, links planted below the root before the run lead nowhere: the folders behind them
-# are named and left alone, the rest written, nothing changed where the links point; and a root
-# that other users can write is refused whole.
+# As root, links that another user planted below the root lead nowhere: the folders behind them
+# are named and left alone, the rest written, nothing changed where the links point. Root's own
+# link is followed, but not into a folder another user can change; and a root that other users
+# can write is refused whole.
 if [ "$(id -u)" = 0 ]; then
     mkdir -p "$work/outside/mozilla" && chmod 0700 "$work/outside"
     ln -s "$work/outside" "$MANIFEST_ROOT/etc" && mkdir "$MANIFEST_ROOT/usr" &&
-        ln -s "$work/outside" "$MANIFEST_ROOT/usr/lib"
+        ln -s "$work/outside" "$MANIFEST_ROOT/usr/lib" && chown -h 65534 "$MANIFEST_ROOT/etc" "$MANIFEST_ROOT/usr/lib"
     outside=$(cd "$work" && ls -lR outside)
     expect_run 1 "Google Chrome: cannot write $MANIFEST_ROOT/etc/opt/chrome/native-messaging-hosts: $MANIFEST_ROOT/etc is a symbolic link, which the tool does not follow" \
         install --system --executable "$host" "${ids[@]}"
@@ -353,6 +361,10 @@ if [ "$(id -u)" = 0 ]; then
     rm "$MANIFEST_ROOT/etc" "$MANIFEST_ROOT/usr/lib" && rmdir "$MANIFEST_ROOT/usr"
     [ "$(cd "$work" && ls -lR outside)" = "$outside" ] && [ "$(listing)" = "$before" ] ||
         fail "a write as root went through a link, or uninstall left: $(cd "$work" && ls -lR outside; listing)"
+    mkdir "$work/theirs" && chown 65534 "$work/theirs" && ln -s "$work/theirs" "$MANIFEST_ROOT/etc"
+    expect_run 1 "Nothing done: $work/theirs (owned by user id 65534) can be changed by a user other than root" \
+        install --system --executable "$host" "${ids[@]}"
+    rm "$MANIFEST_ROOT/etc" && rmdir "$work/theirs"
     chmod 0777 "$MANIFEST_ROOT"
     expect_run 1 "Nothing done: $MANIFEST_ROOT (mode 0777) can be changed by a user other than root" \
         install --system --executable "$host" "${ids[@]}"
