@@ -14,10 +14,11 @@
 
 namespace {
 
-// A sound verdict names an executable and at least one extension, every one well-formed.
+// A sound verdict names an absolute path and at least one extension, every one well-formed; what
+// the path names is judged apart, as the executable's check.
 bool isConsistent(const Manifest::Verdict& verdict) {
-    return !verdict.problems.empty() ||
-           (verdict.pathIsExecutable && !verdict.ids.empty() && verdict.malformedIds.empty());
+    return !verdict.problems.empty() || (verdict.path.compare(0, 1, "/") == 0 &&
+                                         !verdict.ids.empty() && verdict.malformedIds.empty());
 }
 
 }  // namespace
