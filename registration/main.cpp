@@ -8,6 +8,7 @@
 #include "commandLine.h"
 #include "registrar.h"
 #include "statusReport.h"
+#include "utf8Output.h"
 
 namespace {
 
@@ -17,22 +18,25 @@ constexpr int kUsageStatus = 2;
 
 int main(int argc, char** argv) {
     const std::string program = "QuorvelHostRegistration";
+    Utf8Output outText(std::cout);
+    Utf8Output errorText(std::cerr);
+    std::ostream out(&outText);
+    std::ostream err(&errorText);
     CommandLine line;
     try {
-        line = CommandLine::parse(std::vector<std::string>(argv + 1, argv + argc), std::cout);
+        line = CommandLine::parse(std::vector<std::string>(argv + 1, argv + argc), out);
     } catch (const UsageError& error) {
-        std::cerr << program << ": " << error.what() << "\nRun '" << program
-                  << " --help' for usage.\n";
+        err << program << ": " << error.what() << "\nRun '" << program << " --help' for usage.\n";
         return kUsageStatus;
     }
-    Registrar registrar(line, std::cout, std::cerr);
+    Registrar registrar(line, out, err);
     switch (line.action) {
         case CommandLine::Action::Install:
             return registrar.install();
         case CommandLine::Action::Uninstall:
             return registrar.uninstall();
         case CommandLine::Action::Status:
-            return StatusReport(line, std::cout).run();
+            return StatusReport(line, out).run();
         case CommandLine::Action::Answered:
             break;
     }

@@ -229,9 +229,20 @@ grep -qF "$shown" "$work/out" || fail "status does not show an \$HOME that is no
 HOME="$work/"$'\377' tool status --json >"$work/out" || true
 jq -e --arg home "$shown" '[.browsers[].manifests[].file | select(startswith($home))] | length > 0' \
     "$work/out" >/dev/null || fail "status --json does not show an \$HOME that is not UTF-8 with U+FFFD"
-# A manifest cannot name such an executable: refused before a folder is made. macOS's file
-# system may refuse the name itself.
-if ln -s "$host" "$work/"$'\377' 2>/dev/null; then
+# Install and uninstall show such a home the same way. A manifest cannot name such an
+# executable: refused before a folder is made. macOS's file system may refuse the name itself.
+if mkdir -p "$work/"$'\377'/.config/google-chrome 2>/dev/null; then
+    # WHAT ARGUMENTS...: the tool run under that home says WHAT of Chrome's manifest, in UTF-8.
+    says_under_home() {
+        HOME="$work/"$'\377' tool "${@:2}" >"$work/out" 2>&1 || fail "$2 failed: $(cat "$work/out")"
+        iconv -f UTF-8 -t UTF-8 "$work/out" >/dev/null || fail "$2 wrote bytes that are not UTF-8"
+        grep -qF "Google Chrome: $1 $shown/$manifest" "$work/out" ||
+            fail "$2 does not show an \$HOME that is not UTF-8 with U+FFFD: $(cat "$work/out")"
+    }
+    says_under_home wrote install --executable "$host" "${ids[@]}"
+    says_under_home removed uninstall --executable "$host"
+    rm -r "$work/"$'\377'
+    ln -s "$host" "$work/"$'\377'
     refused install --executable "$work/"$'\377' "${ids[@]}"
     rm "$work/"$'\377'
 fi
