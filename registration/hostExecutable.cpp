@@ -31,15 +31,11 @@ HostExecutable found(Fault fault, const std::string& problem, const std::string&
 
 const std::string kReinstall = "Run install again with --executable naming the host's file.";
 
-// Asked of the system's own xattr tool: the cross build's macOS headers carry no sys/xattr.h.
+// Asked of macOS's own xattr tool: the cross build's macOS headers carry no sys/xattr.h. Where
+// there is no such tool, nothing can carry macOS's quarantine, and the answer is no.
 bool isQuarantined(const std::string& path) {
-#if defined(__APPLE__)
     return ProgramRun::run({"/usr/bin/xattr", "-p", "com.apple.quarantine", path}, kAnswerLimit)
         .exitedWith(0);
-#else
-    (void)path;
-    return false;
-#endif
 }
 
 // What the file does when asked --version, unless it answers as the host.
