@@ -41,6 +41,11 @@ bool FolderWalk::mayFollow(const struct stat& link) {
     return link.st_uid == geteuid() || link.st_uid == 0;
 }
 
+bool FolderWalk::nextIsRefusedLink(struct stat& link) const {
+    return deepest().folder.isOpen() && deepest().folder.statusOf(next(), link) &&
+           S_ISLNK(link.st_mode) && !mayFollow(link);
+}
+
 bool FolderWalk::step() {
     while (!arrived() && deepest().folder.isOpen()) {
         if (next() == "..") {

@@ -25,9 +25,6 @@ class FolderWalk {
     // open errno tells when it fails, to walk down to path, a path below it.
     FolderWalk(const std::string& start, const std::string& path);
 
-    // Whether a link of that status may be followed.
-    static bool mayFollow(const struct stat& link);
-
     // Takes the next step: opens the next folder, goes up for "..", or to "/" for a link that
     // starts there. False when it cannot, staying where it is, or when it has arrived.
     bool step();
@@ -42,8 +39,13 @@ class FolderWalk {
     // only before arrival.
     const std::string& next() const { return pending.front(); }
     bool nextIsLast() const { return pending.size() == 1; }
+    // Whether the next name is a symbolic link that the walk does not follow, whose status link
+    // then holds; only before arrival.
+    bool nextIsRefusedLink(struct stat& link) const;
 
   private:
+    // Whether a link of that status may be followed.
+    static bool mayFollow(const struct stat& link);
     // Opens the next name, a folder and no link.
     bool enter();
     // The text of the next name, a link of that status, when it may be followed.

@@ -71,12 +71,12 @@ std::string failure(const FolderWalk& walk) {
         return std::strerror(cause) + (" (opening " + shown(walk.deepest().path) + ")");
     }
     struct stat status {};
-    const bool exists = parent.statusOf(walk.next(), status);
     const std::string what = walk.nextIsLast() ? "it is" : path + " is";
-    if (exists && S_ISLNK(status.st_mode) && !FolderWalk::mayFollow(status)) {
+    if (walk.nextIsRefusedLink(status)) {
         return what + " a symbolic link, which the tool does not follow";
     }
-    if (exists && !S_ISLNK(status.st_mode) && !S_ISDIR(status.st_mode)) {
+    if (parent.statusOf(walk.next(), status) && !S_ISLNK(status.st_mode) &&
+        !S_ISDIR(status.st_mode)) {
         return what + " not a folder";
     }
     return std::strerror(cause) + (walk.nextIsLast() ? "" : " (making " + path + ")");
@@ -157,9 +157,7 @@ std::string OwnFolders::changeableByOthers(const std::string& root, const std::s
     FolderWalk toRoot("", root);
     std::string why = firstChangeable(toRoot);
     struct stat link {};
-    if (why.empty() && !toRoot.arrived() && toRoot.deepest().folder.isOpen() &&
-        toRoot.deepest().folder.statusOf(toRoot.next(), link) && S_ISLNK(link.st_mode) &&
-        !FolderWalk::mayFollow(link)) {
+    if (why.empty() && !toRoot.arrived() && toRoot.nextIsRefusedLink(link)) {
         why = toRoot.deepest().path + "/" + toRoot.next() + " (a symbolic link owned by user id " +
               std::to_string(link.st_uid) + ")";
     }

@@ -11,6 +11,7 @@
 #include "manifest.h"
 #include "platform/utils.h"
 #include "presence.h"
+#include "utf8Output.h"
 
 using nlohmann::json;
 
@@ -295,9 +296,9 @@ int StatusReport::run() {
                         {"starts", anyInUse && allStart},
                         {"notes", notes},
                         {"agent", agentEntry()}};
-    // Paths and parse errors may hold bytes that are not UTF-8 (from $HOME or a manifest): both
-    // outputs show U+FFFD in their place.
-    const json report = json::parse(draft.dump(-1, ' ', false, json::error_handler_t::replace));
+    // Paths and parse errors may hold bytes that are not UTF-8 (from $HOME or a manifest), which
+    // a JSON text cannot carry.
+    const json report = Utf8Output::valid(draft);
     if (line.json) {
         out << report.dump(2) << "\n";
     } else {

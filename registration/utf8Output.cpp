@@ -4,6 +4,11 @@
 
 using nlohmann::json;
 
+json Utf8Output::valid(const json& value) {
+    // The library's replacing dump, read back.
+    return json::parse(value.dump(-1, ' ', false, json::error_handler_t::replace));
+}
+
 Utf8Output::~Utf8Output() {
     sync();
 }
@@ -21,10 +26,7 @@ Utf8Output::int_type Utf8Output::overflow(int_type character) {
 
 int Utf8Output::sync() {
     if (!pending.empty()) {
-        // The JSON library's replacing dump, read back, is the string with U+FFFD for each byte
-        // that does not belong to a valid UTF-8 sequence.
-        target << json::parse(json(pending).dump(-1, ' ', false, json::error_handler_t::replace))
-                      .get<std::string>();
+        target << valid(pending).get<std::string>();
         pending.clear();
     }
     target.flush();

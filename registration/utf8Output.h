@@ -4,6 +4,8 @@
 #include <streambuf>
 #include <string>
 
+#include <nlohmann/json.hpp>
+
 // Passes what the tool prints on to another stream a line at a time, with U+FFFD in place of
 // bytes that are not UTF-8: a path from $HOME or the command line may hold such bytes, and what
 // the tool prints stays text that a terminal, a log or a JSON reader takes whole.
@@ -13,6 +15,10 @@ class Utf8Output : public std::streambuf {
     ~Utf8Output() override;
     Utf8Output(const Utf8Output&) = delete;
     Utf8Output& operator=(const Utf8Output&) = delete;
+
+    // The value with U+FFFD in place of each byte of its strings that does not belong to a valid
+    // UTF-8 sequence.
+    static nlohmann::json valid(const nlohmann::json& value);
 
   protected:
     int_type overflow(int_type character) override;

@@ -147,14 +147,13 @@ def fake_user(work, build_dir):
 
 # The executable that the manifest names: beside the host, so that the browser starts it in the
 # host's folder, it loads the fake user library and then becomes the host. The host inherits the
-# browser's environment, and with it the sanitizers' options. The script sets the library's
-# variables itself: macOS drops DYLD_* variables only when a protected program such as /bin/sh
-# starts, so the host it starts keeps them.
-def write_wrapper(host, environment):
+# browser's environment, and with it the sanitizers' options. The script sets the fake user's
+# variables (fake_user) itself: macOS drops DYLD_* variables only when a protected program such
+# as /bin/sh starts, so the host it starts keeps them.
+def write_wrapper(host, fake_user_variables):
     wrapper = host.with_name("hostAsTestUser")
-    wrapper.write_text('#!/bin/sh\nexport ASAN_OPTIONS="$ASAN_OPTIONS:verify_asan_link_order=0"\n'
-                       + "".join(f"export {name}={shlex.quote(value)}\n"
-                                 for name, value in environment.items() if name != "ASAN_OPTIONS")
+    wrapper.write_text("#!/bin/sh\n" + "".join(f"export {name}={shlex.quote(value)}\n"
+                                               for name, value in fake_user_variables.items())
                        + f'exec {shlex.quote(str(host))} "$@"\n')
     wrapper.chmod(0o755)
     return wrapper
@@ -252,11 +251,12 @@ def open_session(browser, build_dir, stack):
     environment = {name: value for name, value in os.environ.items()
                    if not name.startswith("XDG_")} | {"HOME": str(home)} | \
         ({"CFFIXED_USER_HOME": str(home)} if MAC else {})
-    as_user = environment | fake_user(work, build_dir)
+    user = fake_user(work, build_dir)
     # A system manifest must name an executable that every user can reach.
     work.chmod(0o755)
     session = types.SimpleNamespace(name=browser, home=home, host=host, ids=ids, started=started,
-                                    wrapper=write_wrapper(host, as_user), environment=as_user)
+                                    wrapper=write_wrapper(host, user),
+                                    environment=environment | user)
     register(session)
     (session.manifest,) = home.rglob(HOST_NAME + ".json")
     agent = "/tmp/quorvel" + hashlib.sha1(bytes(home)).hexdigest()
